@@ -1,0 +1,145 @@
+#include "common/diagnostics.h"
+
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstdarg>
+#include <cstdio>
+#include <cstring>
+
+namespace mirvok {
+
+namespace {
+
+int debug_flag = 0;
+int os_type = 0;
+int verbose = 0;
+int stack = -1;
+std::FILE* log_handle = nullptr;
+
+constexpr size_t dump_row = 16;
+
+void print_blanks(size_t count) {
+    for (size_t i = 0; i < count; ++i) {
+        std::printf("   ");
+    }
+}
+
+}  // namespace
+
+void set_debug(int on) {
+    debug_flag = on != 0 ? 1 : 0;
+}
+
+int get_debug() {
+    return debug_flag;
+}
+
+void set_os_type(int type) {
+    os_type = type;
+}
+
+int get_os_type() {
+    return os_type;
+}
+
+void set_verbose(int level) {
+    verbose = level;
+}
+
+int get_verbose() {
+    return verbose;
+}
+
+void TRACE_PRINT(const char* format, ...) {
+    if (debug_flag == 0) {
+        return;
+    }
+    if (std::strstr(format, "Entering") != nullptr) {
+        ++stack;
+    }
+    std::printf("%s: ", "STORAGE_LIB");
+    print_blanks(stack > 0 ? static_cast<size_t>(stack) : 0);
+    va_list arguments;
+    va_start(arguments, format);
+    std::vprintf(format, arguments);
+    va_end(arguments);
+    std::printf("\n");
+    if (std::strstr(format, "Exiting") != nullptr) {
+        --stack;
+    }
+}
+
+void TRACE_LOG(const char* format, ...) {
+    if (log_handle == nullptr) {
+        return;
+    }
+    va_list arguments;
+    va_start(arguments, format);
+    std::vfprintf(log_handle, format, arguments);
+    va_end(arguments);
+    // Written through line by line, so that what was done before a power cut can be read.
+    const size_t length = std::strlen(format);
+    if (length > 0 && format[length - 1] == '\n') {
+        std::fflush(log_handle);
+        fdatasync(fileno(log_handle));
+    }
+}
+
+int init_log(const char* name) {
+    TRACE_PRINT("init log related");
+    log_handle = std::fopen(name, "w");
+    if (log_handle == nullptr) {
+        TRACE_PRINT("open log file fail");
+        return 0;
+    }
+    TRACE_PRINT("open log file success");
+    return 1;
+}
+
+void uninit_log() {
+    if (log_handle != nullptr) {
+        std::fclose(log_handle);
+        log_handle = nullptr;
+    }
+}
+
+void print_system_error(const char* message) {
+    if (errno != 0) {
+        TRACE_PRINT("%s: %s", message, std::strerror(errno));
+    } else {
+        TRACE_PRINT("%s", message);
+    }
+}
+
+void hexDump(const char* description, const void* data, size_t length) {
+    if (description != nullptr) {
+        std::printf("%s:\n", description);
+    }
+    const auto* bytes = static_cast<const uint8_t*>(data);
+    char column[dump_row + 1] = {};
+    size_t i = 0;
+    for (; i < length; ++i) {
+        const size_t position = i % dump_row;
+        if (position == 0) {
+            if (i != 0) {
+                std::printf("  %s\n", column);
+            }
+            std::memset(column, 0, sizeof(column));
+            std::printf("  %04zx ", i);
+        }
+        std::printf(" %02X", bytes[i]);
+        column[position] = bytes[i] >= 0x20 && bytes[i] <= 0x7E ? static_cast<char>(bytes[i]) : '.';
+    }
+    print_blanks((dump_row - i % dump_row) % dump_row);
+    std::printf("  %s\n", column);
+}
+
+void sleep_wait(unsigned int seconds) {
+    // A signal may end a sleep early; the wait is for the drive and must be whole.
+    while (seconds > 0) {
+        seconds = sleep(seconds);
+    }
+}
+
+}  // namespace mirvok

@@ -1,0 +1,36 @@
+// The process-wide switches, the trace log, the flash log file, hex dumps and the whole-second sleep.
+// All output goes to standard output, except the log file's.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+
+namespace mirvok {
+
+void set_debug(int on);
+int get_debug();
+void set_os_type(int type);
+int get_os_type();
+void set_verbose(int level);
+int get_verbose();
+
+// One trace line, only with debugging on: "STORAGE_LIB: ", three blanks per nesting level, the message. A
+// format that contains "Entering" starts a level, one that contains "Exiting" ends it.
+void TRACE_PRINT(const char* format, ...) __attribute__((format(printf, 1, 2)));
+
+// Formatted text into the log file, whatever the debug switch says; nothing while no log file is open.
+void TRACE_LOG(const char* format, ...) __attribute__((format(printf, 1, 2)));
+
+// Opens (creates, truncates) the log file: 1 when opened, 0 when not.
+int init_log(const char* name);
+void uninit_log();
+
+// Traces `message` with the text of errno, or alone when errno is 0.
+void print_system_error(const char* message);
+
+// Hex dump of `length` bytes on standard output, 16 a row, under "description:" when there is a description.
+void hexDump(const char* description, const void* data, size_t length);
+
+void sleep_wait(unsigned int seconds);
+
+}  // namespace mirvok

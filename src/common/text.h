@@ -1,0 +1,46 @@
+// Texts: NUL-terminated bytes in fixed, zero-filled fields. What comes from a drive or a file is bounded
+// bytes until one of these copies has taken it.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <cstring>
+
+namespace mirvok {
+
+// Trims blanks (20h) and line feeds (0Ah) at both ends, in place; other white space stays.
+void remove_spaces(char* text);
+
+// The number of characters before the first NUL among the first `room` bytes of `text`; `room` when there is
+// none.
+size_t text_length(const void* text, size_t room);
+
+// Clears `field` and copies at most `limit` characters, capacity - 1 at the most, of the text that stands in
+// the `width` bytes from `bytes` on (it ends at the first NUL).
+template <size_t Capacity>
+void copy_field(char (&field)[Capacity], const void* bytes, size_t width, size_t limit = Capacity - 1) {
+    static_assert(Capacity > 0);
+    size_t length = text_length(bytes, width);
+    length = length < limit ? length : limit;
+    length = length < Capacity - 1 ? length : Capacity - 1;
+    std::memset(field, 0, Capacity);
+    std::memcpy(field, bytes, length);
+}
+
+// As copy_field, with the blanks and line feeds at both ends of the whole `width` bytes left out first.
+// Width is the field's width in the layout, of which at most `limit` characters are kept.
+template <size_t Width, size_t Capacity>
+void copy_trimmed(char (&field)[Capacity], const void* bytes, size_t limit = Capacity - 1) {
+    char scratch[Width + 1];
+    copy_field(scratch, bytes, Width);
+    remove_spaces(scratch);
+    copy_field(field, scratch, Width, limit);
+}
+
+// Clears `field` and copies the NUL-terminated `text` into it, at most capacity - 1 characters.
+template <size_t Capacity>
+void copy_text(char (&field)[Capacity], const char* text) {
+    copy_field(field, text, std::strlen(text));
+}
+
+}  // namespace mirvok
