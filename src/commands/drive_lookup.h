@@ -1,0 +1,26 @@
+// The per-drive record of find and flash, and the lookup of a drive in the flash profile that both share.
+#pragma once
+
+#include <cstdint>
+
+#include "profiles/flash_profile.h"
+#include "storage/device_model.h"
+
+namespace mirvok {
+
+struct drive {
+    _pd_info* pd;
+    profile_record* record;  // the matched record, or null
+    uint16_t found;          // 1 when a record matched
+    // The flash command's alone.
+    uint16_t update;  // 1 when a download was due, and was attempted
+    uint16_t failed;  // 1 when the download or its verification failed
+    uint32_t result;  // 0, or the code of a refusal or failure
+};
+
+// Looks the drive up by part number, then by 8S part number, then, for the maker's own drives, by product
+// identification. Returns 0 with the record in slot->record, or 1. A match by the second or third key
+// replaces the drive's part number with the record's.
+int lookup_drive(profile* prof, drive* slot);
+
+}  // namespace mirvok

@@ -1,0 +1,299 @@
+#include "storage/identification.h"
+
+#include <cstdio>
+#include <cstring>
+#include <initializer_list>
+
+#include "common/diagnostics.h"
+#include "common/text.h"
+#include "profiles/drive_sizes.h"
+#include "transport/host_device.h"
+#include "transport/nvme_data.h"
+#include "transport/routing.h"
+#include "transport/scsi_ata_data.h"
+
+namespace mirvok {
+
+namespace {
+
+constexpr uint32_t page_size = 512;
+constexpr uint32_t nvme_identify_size = 4096;
+constexpr uint32_t nvme_log_size = 1024;
+
+constexpr uint8_t vpd_page_c4 = 0xC4;
+constexpr uint8_t smart_log_b0 = 0xB0;
+constexpr uint16_t nvme_log_health = 0x02;
+constexpr uint16_t nvme_log_firmware_slots = 0x03;
+constexpr uint16_t nvme_log_vendor = 0xE0;
+
+int read_scsi(_pd_info* pd, uint16_t code, uint32_t page, void* data, uint32_t size) {
+    _scsi_cmd_in in = {};
+    _scsi_cmd_out out = {};
+    std::memset(data, 0, size);
+    const int rc = set_scsi_command(pd, code, &in, 0, page, 0, data, size);
+    return rc != 0 ? rc : send_scsi_command(pd, &in, &out);
+}
+
+// ATA commands always travel as ATA PASS-THROUGH. `data` may be null for a command without data.
+int send_ata(_pd_info* pd, uint16_t code, uint16_t address, void* data, uint32_t size) {
+    _ata_cmd_in ata = {};
+    _scsi_cmd_in in = {};
+    _scsi_cmd_out out = {};
+    int rc = set_ata_command(pd, code, &ata, address, 0, data, size);
+    if (rc == 0) {
+        rc = set_ata_scsi_command(pd, &in, &ata);
+    }
+    return rc != 0 ? rc : send_scsi_command(pd, &in, &out);
+}
+
+int read_nvme(_pd_info* pd, uint16_t code, uint16_t selector, void* data, uint32_t size) {
+    _nvme_cmd_in in = {};
+    _nvme_cmd_out out = {};
+    const int rc = set_nvme_command(pd, code, &in, data, size, selector, 0, nullptr);
+    return rc != 0 ? rc : send_nvme_command(pd, code, &in, &out);
+}
+
+bool open_drive(_pd_info* pd) {
+    pd->handle = get_handle(pd->dev_name);
+    return pd->handle != 0;
+}
+
+void close_drive(_pd_info* pd) {
+    close_handle(pd->handle);
+    pd->handle = 0;
+}
+
+int identify_sata(_pd_info* pd) {
+    const int rc = get_pd_indentify(pd);
+    return rc != 0 ? rc : get_pd_inquery_b0(pd);
+}
+
+int identify_nvme_by_scsi(_pd_info* pd) {
+    get_pd_inquery_0(pd);
+    const int rc = get_nvme_identify(pd);
+    return rc != 0 ? rc : get_nvme_log(pd);
+}
+
+int identify_host(_pd_info* pd) {
+    if (!open_drive(pd)) {
+        return 0;
+    }
+    int rc = get_pd_inquery_0(pd);
+    if (pd->protocol == PD_PROTOCOL_SATA || pd->protocol == PD_PROTOCOL_SATA_OTHER) {
+        if (identify_sata(pd) != 0) {
+            TRACE_PRINT("get identify fail.");
+            rc = RESULT_IDENTIFY_FAILED;
+        } else {
+            rc = 0;
+        }
+    } else if (pd->protocol == PD_PROTOCOL_NVME) {
+        rc = identify_nvme_by_scsi(pd);
+    }
+    close_drive(pd);
+    return rc;
+}
+
+int identify_nvme(_pd_info* pd) {
+    if (!open_drive(pd)) {
+        return 0;
+    }
+    int rc = get_nvme_identify(pd);
+    if (rc != 0) {
+        TRACE_PRINT("NVME get identify fail");
+        rc = get_pd_inquery_0(pd);
+    } else {
+        rc = get_nvme_log(pd);
+    }
+    close_drive(pd);
+    return rc;
+}
+
+void take_vendor_page(_pd_info* pd, const nvme_device_info& info) {
+    // The manufacturer's text is kept short, whatever room the field has.
+    constexpr size_t vendor_id_length = 15;
+    copy_text(pd->serial_number, info.serial_number_11s);
+    copy_text(pd->device_serial, info.serial_number_supplier);
+    copy_text(pd->part_number, info.master_drive_pn_11s);
+    pd->c4_valid = 1;
+    copy_field(pd->vendor_id, info.manufacturer, sizeof(info.manufacturer), vendor_id_length);
+    if (info.revision > 3) {
+        copy_text(pd->fru, info.fru);
+        copy_text(pd->dummy, info.dummy);
+        copy_text(pd->part_number_8s, info.master_pn_8s);
+        TRACE_PRINT("8s:%s,11s:%s", pd->part_number_8s, pd->part_number);
+    }
+}
+
+}  // namespace
+
+int get_pd_information(_pd_info* pd) {
+    TRACE_PRINT("Entering %s", __func__);
+    int rc = 0;
+    switch (pd->ctrl->vendor) {
+        case VENDOR_HOST:
+        case VENDOR_CSMI:
+            rc = identify_host(pd);
+            break;
+        case VENDOR_NVME:
+            rc = identify_nvme(pd);
+            break;
+        default:
+            break;
+    }
+    TRACE_PRINT("Exiting %s, rc = %d", __func__, rc);
+    return rc;
+}
+
+int get_pd_inquery_0(_pd_info* pd) {
+    TRACE_PRINT("Entering %s", __func__);
+    uint8_t data[page_size];
+    const int rc = read_scsi(pd, SCSI_INQUIRY, 0, data, sizeof(data));
+    if (rc == 0) {
+        parse_inquery(pd, data, sizeof(data));
+    }
+    TRACE_PRINT("Exiting %s, rc = %d", __func__, rc);
+    return rc;
+}
+
+int get_pd_inquery_c4(_pd_info* pd) {
+    TRACE_PRINT("Entering %s", __func__);
+    uint8_t data[page_size];
+    const int rc = read_scsi(pd, SCSI_INQUIRY, vpd_page_c4, data, sizeof(data));
+    if (rc == 0) {
+        parse_vpd_c4(pd, data, sizeof(data));
+    }
+    TRACE_PRINT("Exiting %s, rc = %d", __func__, rc);
+    return rc;
+}
+
+int get_pd_capacity(_pd_info* pd) {
+    TRACE_PRINT("Entering %s", __func__);
+    uint8_t capacity_16[32];
+    uint8_t capacity_10[8];
+    int rc = read_scsi(pd, SCSI_READ_CAPACITY_16, 0, capacity_16, sizeof(capacity_16));
+    if (rc == 0) {
+        parse_scsi_capacity_16(pd, capacity_16, sizeof(capacity_16));
+    } else {
+        rc = read_scsi(pd, SCSI_READ_CAPACITY_10, 0, capacity_10, sizeof(capacity_10));
+        if (rc == 0) {
+            parse_scsi_capacity_10(pd, capacity_10, sizeof(capacity_10));
+        }
+    }
+    if (rc == 0) {
+        TRACE_PRINT("lbal:%lXh, lbah:%lXh", static_cast<unsigned long>(pd->lba_low),
+                    static_cast<unsigned long>(pd->lba_high));
+        rc = find_drive_size1(pd->lba_low, pd->lba_high, &pd->size);
+    }
+    TRACE_PRINT("Exiting %s, rc = %d", __func__, rc);
+    return rc;
+}
+
+int get_pd_indentify(_pd_info* pd) {
+    TRACE_PRINT("Entering %s", __func__);
+    uint8_t data[page_size] = {};
+    const int rc = send_ata(pd, ATA_IDENTIFY_DEVICE, 0, data, sizeof(data));
+    if (rc == 0) {
+        parse_identify(pd, data, sizeof(data));
+    }
+    std::fflush(stdout);
+    TRACE_PRINT("Exiting %s, rc = %d", __func__, rc);
+    return rc;
+}
+
+int get_pd_inquery_b0(_pd_info* pd) {
+    TRACE_PRINT("Entering %s", __func__);
+    uint8_t data[page_size] = {};
+    enable_smart(pd);
+    const int rc = send_ata(pd, ATA_SMART_READ_LOG, smart_log_b0, data, sizeof(data));
+    if (rc == 0) {
+        parse_vpd_b0(pd, data, sizeof(data));
+    }
+    disable_smart(pd);
+    TRACE_PRINT("Exiting %s, rc = %d", __func__, rc);
+    return rc;
+}
+
+uint16_t enable_smart(_pd_info* pd) {
+    TRACE_PRINT("Entering %s", __func__);
+    pd->smart_enabled_saved = pd->smart_enabled;
+    if (pd->smart_enabled != 1) {
+        if (able_ata_smart(pd, 1) != 0) {
+            TRACE_PRINT("ATA SMART enable fail");
+        } else {
+            get_pd_indentify(pd);
+        }
+    }
+    TRACE_PRINT("Exiting %s, rc = %d", __func__, pd->smart_enabled);
+    return pd->smart_enabled;
+}
+
+int disable_smart(_pd_info* pd) {
+    TRACE_PRINT("Entering %s", __func__);
+    int rc = 0;
+    if (pd->smart_enabled_saved != 1) {
+        rc = able_ata_smart(pd, 0);
+    }
+    TRACE_PRINT("Exiting %s, rc = %d", __func__, rc);
+    return rc;
+}
+
+int able_ata_smart(_pd_info* pd, uint16_t enable) {
+    TRACE_PRINT("Entering %s", __func__);
+    const uint16_t code = enable != 0 ? ATA_SMART_ENABLE_OPERATIONS : ATA_SMART_DISABLE_OPERATIONS;
+    const int rc = send_ata(pd, code, 0, nullptr, 0);
+    TRACE_PRINT("Exiting %s, rc = %d", __func__, rc);
+    return rc;
+}
+
+int get_nvme_identify(_pd_info* pd) {
+    TRACE_PRINT("Entering %s", __func__);
+    uint8_t data[nvme_identify_size];
+    nvme_device_info info = {};
+    const int rc = read_nvme(pd, NVME_IDENTIFY_CONTROLLER, 0, data, sizeof(data));
+    if (rc == 0) {
+        parse_nvme_page(NVME_PAGE_IDENTIFY_CONTROLLER, &info, data, sizeof(data));
+        copy_text(pd->product_id, info.model);
+        copy_text(pd->dummy, info.dummy);
+        copy_text(pd->fru, info.fru);
+        copy_text(pd->code_level, info.fw_version);
+        copy_text(pd->device_serial, info.serial_number);
+    }
+    TRACE_PRINT("pd product id:%s", pd->product_id);
+    if (read_nvme(pd, NVME_IDENTIFY_NAMESPACE, 0, data, sizeof(data)) == 0) {
+        info = {};
+        parse_nvme_page(NVME_PAGE_IDENTIFY_NAMESPACE, &info, data, sizeof(data));
+        pd->nvme_lba_count = info.namespace_size;
+        if (pd->nvme_lba_count != 0) {
+            find_drive_size1(static_cast<uint32_t>(pd->nvme_lba_count),
+                             static_cast<uint32_t>(pd->nvme_lba_count >> 32), &pd->size);
+        }
+        TRACE_PRINT("lba:%lXh", static_cast<unsigned long>(pd->nvme_lba_count));
+    }
+    TRACE_PRINT("Exiting %s, rc = %d", __func__, rc);
+    return rc;
+}
+
+int get_nvme_log(_pd_info* pd) {
+    TRACE_PRINT("Entering %s", __func__);
+    uint8_t data[nvme_log_size];
+    nvme_device_info info = {};
+    int rc = read_nvme(pd, NVME_GET_LOG_PAGE, nvme_log_vendor, data, sizeof(data));
+    if (rc == 0) {
+        parse_nvme_page(NVME_PAGE_VENDOR_E0, &info, data, sizeof(data));
+        if (info.e0_available == 1) {
+            take_vendor_page(pd, info);
+        }
+    }
+    // These two reach the trace alone.
+    for (const uint16_t log : {nvme_log_firmware_slots, nvme_log_health}) {
+        rc = read_nvme(pd, NVME_GET_LOG_PAGE, log, data, sizeof(data));
+        if (rc == 0) {
+            info = {};
+            parse_nvme_smart_data(&info, data);
+        }
+    }
+    TRACE_PRINT("Exiting %s, rc = %d", __func__, rc);
+    return rc;
+}
+
+}  // namespace mirvok

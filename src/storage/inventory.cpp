@@ -1,0 +1,120 @@
+#include "storage/inventory.h"
+
+#include <cstring>
+
+#include "common/diagnostics.h"
+#include "profiles/drive_sizes.h"
+#include "transport/host_scan.h"
+
+namespace mirvok {
+
+namespace {
+
+struct drive_listing {
+    uint32_t vendor;
+    int (*list)(_ctrl_info* ctrl, _pd_info* pd, uint32_t max);
+    uint32_t cap;  // the most drives that one controller of this path lists
+};
+
+constexpr drive_listing drive_listings[] = {
+    {VENDOR_HOST, get_pd_list_host, 64},
+    {VENDOR_CSMI, get_pd_list_csmi, 10},
+    {VENDOR_NVME, get_pd_list_nvme, 64},
+};
+
+// Both tables start the process zero-filled: the first build need not touch memory that it may never use.
+void clear_tables() {
+    static bool used = false;
+    if (used) {
+        std::memset(ctrllist, 0, sizeof(ctrllist));
+        std::memset(pdlist, 0, sizeof(pdlist));
+    }
+    used = true;
+}
+
+void append_pseudo_controller(_storage_lib* lib, uint32_t vendor, ctrl_type_t type) {
+    if (lib->ctrl_count >= lib->max_ctrl_count) {
+        TRACE_PRINT("no room for the controller, vendor:%d", static_cast<int>(vendor));
+        return;
+    }
+    _ctrl_info* ctrl = &lib->ctrl_list[lib->ctrl_count];
+    *ctrl = {};
+    ctrl->vendor = vendor;
+    ctrl->ctrl_num = lib->ctrl_count;
+    ctrl->type = type;
+    ++lib->ctrl_count;
+}
+
+int list_drives(_storage_lib* lib, _ctrl_info* ctrl) {
+    int rc = 0;
+    const uint32_t free = lib->max_pd_count - lib->pd_count;
+    for (const drive_listing& row : drive_listings) {
+        if (row.vendor == ctrl->vendor) {
+            rc = row.list(ctrl, lib->pd_list + lib->pd_count, free < row.cap ? free : row.cap);
+        }
+    }
+    lib->pd_count += ctrl->pd_count;
+    TRACE_PRINT("ctrl id: %d, vendor:%d, type:%d, pd_count:%d, storage_pd_count:%d",
+                static_cast<int>(ctrl->ctrl_num), static_cast<int>(ctrl->vendor),
+                static_cast<int>(ctrl->type), ctrl->pd_count, static_cast<int>(lib->pd_count));
+    return rc;
+}
+
+}  // namespace
+
+void init_storage_lib(_storage_lib* lib) {
+    TRACE_PRINT("Entering %s", __func__);
+    lib->ctrl_list = ctrllist;
+    lib->pd_list = pdlist;
+    lib->max_pd_count = max_drives;
+    lib->max_ctrl_count = max_controllers;
+    lib->pd_count = 0;
+    lib->ctrl_count = 0;
+    clear_tables();
+    if (load_drive_sizes("sizes.bin") != 0) {
+        TRACE_PRINT("load the drive sizes profile file fail");
+    }
+    // Controllers behind closed libraries are listed here, before the pseudo-controllers.
+    init_host_csmi(lib);
+    init_host(lib);
+    init_nvme(lib);
+    get_pd_list(lib);
+    TRACE_PRINT("Exiting %s", __func__);
+}
+
+void un_init_storage_lib(_storage_lib* lib) {
+    TRACE_PRINT("Entering %s", __func__);
+    lib->ctrl_list = nullptr;
+    lib->pd_list = nullptr;
+    TRACE_PRINT("Exiting %s", __func__);
+}
+
+void init_host_csmi(_storage_lib* lib) {
+    TRACE_PRINT("Entering %s", __func__);
+    append_pseudo_controller(lib, VENDOR_CSMI, CTRL_TYPE_RSTE);
+    TRACE_PRINT("Exiting %s", __func__);
+}
+
+void init_host(_storage_lib* lib) {
+    TRACE_PRINT("Entering %s", __func__);
+    append_pseudo_controller(lib, VENDOR_HOST, CTRL_TYPE_HOST);
+    TRACE_PRINT("Exiting %s", __func__);
+}
+
+void init_nvme(_storage_lib* lib) {
+    TRACE_PRINT("Entering %s", __func__);
+    append_pseudo_controller(lib, VENDOR_NVME, CTRL_TYPE_NVME);
+    TRACE_PRINT("Exiting %s", __func__);
+}
+
+int get_pd_list(_storage_lib* lib) {
+    TRACE_PRINT("Entering %s", __func__);
+    int rc = 0;
+    for (uint32_t i = 0; i < lib->ctrl_count; ++i) {
+        rc = list_drives(lib, &lib->ctrl_list[i]);
+    }
+    TRACE_PRINT("Exiting %s, rc = %d", __func__, rc);
+    return rc;
+}
+
+}  // namespace mirvok

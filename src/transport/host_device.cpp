@@ -1,0 +1,230 @@
+#include "transport/host_device.h"
+
+#include <fcntl.h>
+#include <linux/nvme_ioctl.h>
+#include <scsi/sg.h>
+#include <sys/ioctl.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstdlib>
+#include <cstring>
+
+#include "common/diagnostics.h"
+
+namespace mirvok {
+
+static_assert(sizeof(nvme_admin_cmd) == 72);
+
+namespace {
+
+constexpr uint8_t nvme_firmware_commit = 0x10;
+constexpr uint8_t nvme_firmware_image_download = 0x11;
+// Commit action 1: the image replaces the one in the slot and is activated at the next controller reset;
+// firmware slot 0 lets the controller choose.
+constexpr uint32_t commit_action_1_slot_0 = 0x08;
+
+int transfer_direction(io_direction_t direction) {
+    switch (direction) {
+        case IO_DIR_IN:
+            return SG_DXFER_FROM_DEV;
+        case IO_DIR_OUT:
+            return SG_DXFER_TO_DEV;
+        default:
+            return SG_DXFER_NONE;
+    }
+}
+
+// Descriptor 0 is no drive's: without a handle the request fails as on a closed descriptor.
+int device_ioctl(uint32_t handle, unsigned long request, void* argument) {
+    if (handle == 0) {
+        errno = EBADF;
+        return -1;
+    }
+    return ioctl(static_cast<int>(handle), request, argument);
+}
+
+int admin_ioctl(uint32_t handle, nvme_admin_cmd* command) {
+    errno = 0;
+    return device_ioctl(handle, NVME_IOCTL_ADMIN_CMD, command);
+}
+
+void print_admin_cmd(const nvme_admin_cmd* command) {
+    TRACE_PRINT("opcode: %d", command->opcode);
+    TRACE_PRINT("flags: %d", command->flags);
+    TRACE_PRINT("rsvd1: %d", command->rsvd1);
+    TRACE_PRINT("nsid: %d", static_cast<int>(command->nsid));
+    TRACE_PRINT("cdw2: %d", static_cast<int>(command->cdw2));
+    TRACE_PRINT("cdw3: %d", static_cast<int>(command->cdw3));
+    TRACE_PRINT("metada: %lld", static_cast<long long>(command->metadata));
+    TRACE_PRINT("addr: %lld", static_cast<long long>(command->addr));
+    TRACE_PRINT("addr: %llX", static_cast<unsigned long long>(command->addr));
+    TRACE_PRINT("metadata_len: %d", static_cast<int>(command->metadata_len));
+    TRACE_PRINT("data_len: %d", static_cast<int>(command->data_len));
+    TRACE_PRINT("cdw10: %d", static_cast<int>(command->cdw10));
+    TRACE_PRINT("cdw11: %d", static_cast<int>(command->cdw11));
+    TRACE_PRINT("cdw12: %d", static_cast<int>(command->cdw12));
+    TRACE_PRINT("cdw13: %d", static_cast<int>(command->cdw13));
+    TRACE_PRINT("cdw14: %d", static_cast<int>(command->cdw14));
+    TRACE_PRINT("cdw15: %d", static_cast<int>(command->cdw15));
+    TRACE_PRINT("timeout_ms: %d", static_cast<int>(command->timeout_ms));
+    TRACE_PRINT("result: %d", static_cast<int>(command->result));
+}
+
+// Sends the whole image in order, a page at a time. Returns 0 when the controller took every chunk, otherwise
+// what the ioctl of the first failed chunk returned.
+int download_firmware_image(uint32_t handle, uint8_t* image, uint32_t size, uint32_t page_size) {
+    int result = 0;
+    uint32_t offset = 0;
+    while (offset < size) {
+        const uint32_t remaining = size - offset;
+        const uint32_t transfer = page_size < remaining ? page_size : remaining;
+        nvme_admin_cmd command = {};
+        command.opcode = nvme_firmware_image_download;
+        command.addr = reinterpret_cast<uintptr_t>(image + offset);
+        command.data_len = transfer;
+        command.cdw10 = transfer / 4 - 1;
+        command.cdw11 = offset / 4;
+        const int rc = admin_ioctl(handle, &command);
+        if (rc != 0) {
+            TRACE_PRINT("ioctl returned %d", rc);
+            result = result == 0 ? rc : result;
+        }
+        TRACE_PRINT("offset:%#x transfer size:%#x", offset, transfer);
+        offset += transfer;
+    }
+    return result;
+}
+
+void commit_firmware(uint32_t handle) {
+    TRACE_PRINT("Activating Firmware");
+    nvme_admin_cmd command = {};
+    command.opcode = nvme_firmware_commit;
+    command.cdw10 = commit_action_1_slot_0;
+    // Many controllers answer a commit that succeeded with "reset required", a status that is not 0.
+    const int rc = admin_ioctl(handle, &command);
+    if (rc != 0) {
+        TRACE_PRINT("ioctl returned %d", rc);
+    }
+}
+
+int update_firmware(uint32_t handle, const uint8_t* image, uint32_t size) {
+    TRACE_PRINT("Entering %s", __func__);
+    int rc = 0;
+    if (size % 4 != 0) {
+        TRACE_PRINT("File size is wrong: %d", static_cast<int>(size));
+        rc = 1;
+    } else {
+        const auto page_size = static_cast<uint32_t>(getpagesize());
+        void* aligned = nullptr;
+        TRACE_PRINT("Calling posix_memalign");
+        errno = 0;
+        rc = posix_memalign(&aligned, page_size, size);
+        if (rc != 0) {
+            print_system_error("Error allocating buffer");
+        } else {
+            std::memcpy(aligned, image, size);
+            TRACE_PRINT("Sending firmwarem, size = %#x", size);
+            rc = download_firmware_image(handle, static_cast<uint8_t*>(aligned), size, page_size);
+            std::free(aligned);
+            if (rc == 0) {
+                commit_firmware(handle);
+            }
+        }
+    }
+    TRACE_PRINT("Exiting %s, rc = %d", __func__, rc);
+    return rc;
+}
+
+}  // namespace
+
+uint32_t get_handle(const char* name) {
+    TRACE_PRINT("Entering %s, dev_name:%s", __func__, name);
+    const int descriptor = open(name, O_RDWR);
+    uint32_t handle = 0;
+    if (descriptor < 0) {
+        TRACE_PRINT("open device %s fail,return:0x%X", name, static_cast<unsigned int>(descriptor));
+    } else {
+        handle = static_cast<uint32_t>(descriptor);
+    }
+    TRACE_PRINT("Exiting %s, rc = %d, handle = %d", __func__, static_cast<int>(handle), descriptor);
+    return handle;
+}
+
+void close_handle(uint32_t handle) {
+    TRACE_PRINT("Entering %s", __func__);
+    if (handle != 0) {
+        close(static_cast<int>(handle));
+    }
+    TRACE_PRINT("Exiting %s", __func__);
+}
+
+int scsi_command_host(uint32_t handle, _scsi_cmd_in* in, _scsi_cmd_out* out) {
+    TRACE_PRINT("Entering linux %s", __func__);
+    sg_io_hdr header = {};
+    header.interface_id = 'S';
+    header.dxfer_direction = transfer_direction(in->direction);
+    header.cmd_len = static_cast<unsigned char>(in->cdb_length);
+    header.mx_sb_len = sizeof(out->sense);
+    header.dxfer_len = in->data_length;
+    header.dxferp = in->data;
+    header.cmdp = in->cdb;
+    header.sbp = out->sense;
+    header.timeout = in->timeout;
+    if (get_debug() != 0) {
+        hexDump("cmd:", in->cdb, in->cdb_length);
+    }
+    // A SCSI status is an answer (ATA registers come back with CHECK CONDITION); only a failed ioctl is a
+    // failure.
+    const int rc = device_ioctl(handle, SG_IO, &header) < 0 ? 1 : 0;
+    TRACE_PRINT(
+        "status:%d, masked status:%d,msg_status:%d,host_status:%d,driver_status:%d, info:%d, duration:%d",
+        header.status, header.masked_status, header.msg_status, header.host_status, header.driver_status,
+        static_cast<int>(header.info), static_cast<int>(header.duration));
+    TRACE_PRINT("Exiting %s, rc = %d", __func__, rc);
+    return rc;
+}
+
+int nvme_command_host(uint32_t handle, uint16_t /*code*/, _nvme_cmd_in* in, _nvme_cmd_out* /*out*/) {
+    TRACE_PRINT("Entering %s -- linux ,fd= %d", __func__, static_cast<int>(handle));
+    std::memset(in->buffer, 0, in->buffer_size);
+    nvme_admin_cmd command = {};
+    command.opcode = static_cast<uint8_t>(in->opcode);
+    command.nsid = in->nsid;
+    command.addr = reinterpret_cast<uintptr_t>(in->buffer);
+    command.data_len = in->buffer_size;
+    command.cdw10 = in->cdw10;
+    command.cdw11 = in->cdw11;
+    command.cdw12 = in->cdw12;
+    command.cdw13 = in->cdw13;
+    command.cdw14 = in->cdw14;
+    command.cdw15 = in->cdw15;
+    if (get_debug() != 0) {
+        print_admin_cmd(&command);
+    }
+    const int returned = admin_ioctl(handle, &command);
+    const int rc = returned != 0 ? 1 : 0;
+    if (rc != 0) {
+        TRACE_PRINT("IOCTL NVME(%d) Fail:0x%X", in->opcode, static_cast<unsigned int>(returned));
+        if (get_debug() != 0) {
+            print_system_error("IOCTL_ERROR--");
+        }
+    }
+    TRACE_PRINT("Exiting %s, rc = %d", __func__, rc);
+    return rc;
+}
+
+int ata_command_host(uint32_t /*handle*/, _ata_cmd_in* /*in*/, _ata_cmd_out* /*out*/) {
+    TRACE_PRINT("Entering %s", __func__);
+    TRACE_PRINT("Exiting %s, rc = %d", __func__, 1);
+    return 1;
+}
+
+int nvme_update_fw(uint32_t handle, const uint8_t* image, uint32_t size) {
+    TRACE_PRINT("Entering %s -- linux", __func__);
+    const int rc = update_firmware(handle, image, size);
+    TRACE_PRINT("Exiting %s, rc = %d", __func__, rc);
+    return rc;
+}
+
+}  // namespace mirvok

@@ -1,0 +1,105 @@
+#include "transport/host_scan.h"
+
+#include <cstdio>
+#include <cstring>
+
+#include "common/diagnostics.h"
+#include "transport/host_device.h"
+#include "transport/routing.h"
+#include "transport/scsi_ata_data.h"
+
+namespace mirvok {
+
+namespace {
+
+// The virtual disk that a boot adapter makes of its M.2 drives: the drives themselves are listed behind the
+// adapter.
+constexpr char virtual_disk_product[] = "Brackenfold M.2";
+constexpr size_t virtual_disk_product_length = sizeof(virtual_disk_product) - 1;
+
+// Sends a standard INQUIRY and takes its data over into the record.
+int inquire(_pd_info* pd) {
+    uint8_t data[512] = {};
+    _scsi_cmd_in in = {};
+    _scsi_cmd_out out = {};
+    int rc = set_scsi_command(pd, SCSI_INQUIRY, &in, 0, 0, 0, data, sizeof(data));
+    if (rc == 0) {
+        rc = send_scsi_command(pd, &in, &out);
+    }
+    if (rc == 0) {
+        parse_inquery(pd, data, sizeof(data));
+    }
+    return rc;
+}
+
+bool is_listed(const _pd_info* pd, int inquiry_result) {
+    if (inquiry_result != 0 || pd->protocol != PD_PROTOCOL_SATA) {
+        return false;
+    }
+    if (std::strncmp(pd->product_id, virtual_disk_product, virtual_disk_product_length) == 0) {
+        TRACE_PRINT("productid:Brackenfold M.2 VD");
+        return false;
+    }
+    return true;
+}
+
+void list_drive(_ctrl_info* ctrl, _pd_info* pd, uint32_t index) {
+    pd->ctrl = ctrl;
+    pd->device_id = static_cast<uint16_t>(index);
+    ++ctrl->pd_count;
+    TRACE_PRINT("find drive %s", pd->dev_name);
+}
+
+}  // namespace
+
+int get_pd_list_host(_ctrl_info* ctrl, _pd_info* pd, uint32_t max) {
+    TRACE_PRINT("Entering %s", __func__);
+    int rc = 0;
+    for (uint32_t i = 0; i < max; ++i) {
+        *pd = {};
+        std::snprintf(pd->dev_name, sizeof(pd->dev_name), "/dev/sg%u", i);
+        pd->handle = get_handle(pd->dev_name);
+        bool listed = false;
+        if (pd->handle != 0) {
+            pd->ctrl = ctrl;
+            rc = inquire(pd);
+            close_handle(pd->handle);
+            pd->handle = 0;
+            listed = is_listed(pd, rc);
+        }
+        if (listed) {
+            list_drive(ctrl, pd, i);
+            ++pd;
+        } else {
+            *pd = {};
+        }
+    }
+    TRACE_PRINT("Exiting %s, rc = %d", __func__, rc);
+    return rc;
+}
+
+int get_pd_list_nvme(_ctrl_info* ctrl, _pd_info* pd, uint32_t max) {
+    TRACE_PRINT("Entering %s", __func__);
+    for (uint32_t i = 0; i < max; ++i) {
+        std::snprintf(pd->dev_name, sizeof(pd->dev_name), "/dev/nvme%u", i);
+        const uint32_t handle = get_handle(pd->dev_name);
+        if (handle == 0) {
+            *pd = {};
+            continue;
+        }
+        close_handle(handle);
+        pd->protocol = PD_PROTOCOL_NVME;
+        list_drive(ctrl, pd, i);
+        ++pd;
+    }
+    TRACE_PRINT("Exiting %s, rc = %d", __func__, 0);
+    return 0;
+}
+
+int get_pd_list_csmi(_ctrl_info* /*ctrl*/, _pd_info* /*pd*/, uint32_t /*max*/) {
+    TRACE_PRINT("Entering %s", __func__);
+    TRACE_PRINT("Exiting %s, rc = %d", __func__, 0);
+    return 0;
+}
+
+}  // namespace mirvok
