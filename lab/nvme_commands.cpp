@@ -11,6 +11,8 @@ namespace {
 constexpr uint32_t invalid_opcode = 0x4001;
 constexpr uint32_t invalid_field = 0x4002;
 constexpr uint32_t invalid_namespace = 0x400B;
+constexpr uint32_t invalid_slot = 0x4106;
+constexpr uint32_t invalid_image = 0x4107;
 constexpr uint32_t invalid_log_page = 0x4109;
 
 constexpr uint32_t op_get_log_page = 0x02;
@@ -52,6 +54,25 @@ reply run_get_log_page(const drive& d, const nvme_command& c) {
     return page_reply(d, name_of(c), c.length, invalid_log_page);
 }
 
+reply run_firmware_download(drive& d, const nvme_command& c) {
+    const bool agrees = c.nsid == 0 && (static_cast<uint64_t>(c.cdw10) + 1) * 4 == c.length;
+    return status(agrees && !refuses(d, "download") && take_piece(d, c.cdw11 * uint64_t{4}, c.data)
+                      ? 0
+                      : invalid_field);
+}
+
+// Commit action 1: the image becomes current at the next controller reset, which is the lab's next run.
+reply run_firmware_commit(drive& d, const nvme_command& c) {
+    if ((c.cdw10 & 7) != 0) {
+        return status(invalid_slot);
+    }
+    if (c.cdw10 != 1 << 3 || c.cdw11 != 0 || c.nsid != 0 || c.length != 0) {
+        return status(invalid_field);
+    }
+    const auto done = static_cast<uint32_t>(number_of(d.self, "commit_status", 0));
+    return status(activate(d, "next_level") ? done : invalid_image);
+}
+
 }  // namespace
 
 bool is_nvme_output(const nvme_command& c) {
@@ -81,6 +102,10 @@ reply run_nvme(drive& d, const std::string& node, const nvme_command& c) {
                 return run_identify(d, c);
             case op_get_log_page:
                 return run_get_log_page(d, c);
+            case op_download:
+                return run_firmware_download(d, c);
+            case op_commit:
+                return run_firmware_commit(d, c);
             default:
                 return status(invalid_opcode);
         }

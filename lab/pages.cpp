@@ -58,17 +58,18 @@ std::string model_of(const drive& d) {
     return {model.begin(), model.end()};
 }
 
-// A SATA drive answers as the kernel's translation layer does (SAT-3, 8.1).
+// SATA and NVMe drives answer as the translation before them does (SAT-3, 8.1).
 bytes inquiry(const drive& d) {
-    const bool sata = text_of(d.self, "protocol", "") == "sata";
-    bytes page(sata ? 96 : 148);
+    const std::string protocol = text_of(d.self, "protocol", "");
+    const bool translated = protocol != "sas";
+    bytes page(translated ? 96 : 148);
     page[0] = static_cast<uint8_t>(number_of(d.self, "peripheral", 0));
-    page[2] = sata ? 5 : 6;
+    page[2] = translated ? 5 : 6;
     page[3] = 2;
     page[4] = static_cast<uint8_t>(page.size() - 5);
-    if (sata) {
+    if (translated) {
         const std::string level = level_of(d);
-        put_text(page, 8, 8, "ATA");
+        put_text(page, 8, 8, protocol == "sata" ? "ATA" : "NVMe");
         put_text(page, 16, 16, model_of(d));
         put_text(page, 32, 4, level.size() > 4 ? level.substr(4) : level);
         return page;
@@ -188,6 +189,87 @@ bytes e0(const drive& d) {
     return page;
 }
 
+// Attribute entries of 12 bytes (30 from byte 2), the raw value least significant byte first.
+bytes smart_data(const drive& d) {
+    bytes page(512);
+    page[0] = 0x10;
+    size_t at = 2;
+    for (const json& a : d.self.value("attributes", json::array())) {
+        put_le(page, at, 1, number_of(a, "id", 0));
+        put_le(page, at + 1, 2, 0x0032);
+        put_le(page, at + 3, 1, number_of(a, "value", 100));
+        put_le(page, at + 4, 1, number_of(a, "worst", 100));
+        put_le(page, at + 5, 6, number_of(a, "raw", 0));
+        at += 12;
+    }
+    return page;
+}
+
+// Where an attribute's value sits in an entry of the maker's log page 34h; id 0 is every other attribute.
+struct log_rule {
+    uint8_t layout, id, at, width;
+};
+
+constexpr log_rule log_rules[] = {
+    {2, 1, 6, 3},   {2, 13, 6, 3},  {2, 195, 6, 3}, {2, 198, 6, 3}, {2, 190, 6, 1}, {2, 194, 6, 1},
+    {2, 231, 6, 1}, {2, 233, 6, 8}, {2, 241, 6, 8}, {3, 1, 2, 3},   {3, 13, 2, 3},  {3, 32, 6, 4},
+    {3, 33, 6, 4},  {3, 171, 6, 4}, {3, 241, 6, 4}, {3, 242, 6, 4}, {3, 190, 2, 1}, {3, 194, 2, 1},
+    {3, 246, 2, 1}, {3, 230, 1, 1}, {3, 231, 2, 1}, {3, 232, 2, 2}, {3, 0, 2, 4},   {5, 231, 4, 1},
+    {5, 194, 6, 1}, {5, 233, 6, 8}, {0, 0, 6, 4},
+};
+
+bytes log34(const drive& d) {
+    const uint64_t layout = number_of(d.self, "layout", 2);
+    const size_t width = layout == 3 ? 12 : 16;
+    bytes page(4 + 30 * width);
+    page[0] = 0x34;
+    put_be(page, 2, 2, page.size() - 4);
+    size_t at = 4;
+    for (const json& a : d.self.value("attributes", json::array())) {
+        const uint64_t id = number_of(a, "id", 0);
+        const auto* const rule = std::ranges::find_if(log_rules, [&](const log_rule& r) {
+            return (r.layout == layout || r.layout == 0) && (r.id == id || r.id == 0);
+        });
+        put_be(page, at + (layout == 3 ? 0 : 1), 1, id);
+        put_be(page, at + rule->at, rule->width, number_of(a, "raw", 0));
+        at += width;
+    }
+    return page;
+}
+
+struct health_row {
+    const char* key;
+    uint8_t at, width;
+    uint16_t usual;
+};
+
+constexpr health_row health_rows[] = {
+    {"warning", 0, 1, 0},
+    {"temperature", 1, 2, 310},
+    {"spare", 3, 1, 100},
+    {"threshold", 4, 1, 10},
+    {"used", 5, 1, 0},
+    {"units_read", 32, 16, 0},
+    {"units_written", 48, 16, 0},
+    {"reads", 64, 16, 0},
+    {"writes", 80, 16, 0},
+    {"busy", 96, 16, 0},
+    {"power_cycles", 112, 16, 1},
+    {"power_on_hours", 128, 16, 1},
+    {"unsafe_shutdowns", 144, 16, 0},
+    {"media_errors", 160, 16, 0},
+    {"errors", 176, 16, 0},
+};
+
+bytes health(const drive& d) {
+    bytes page(512);
+    const json values = d.self.value("health", json::object());
+    for (const health_row& row : health_rows) {
+        put_le(page, row.at, row.width, number_of(values, row.key, row.usual));
+    }
+    return page;
+}
+
 struct page_row {
     const char* name;
     const char* protocols;
@@ -195,11 +277,19 @@ struct page_row {
 };
 
 constexpr page_row page_rows[] = {
-    {"inquiry", "sas sata", inquiry},       {"c4", "sas", c4},
-    {"capacity10", "sas sata", capacity10}, {"capacity16", "sas sata", capacity16},
-    {"identify", "sata", identify},         {"b0", "sata", b0},
-    {"controller", "nvme", controller},     {"namespace", "nvme", name_space},
-    {"log03", "nvme", firmware_slots},      {"logE0", "nvme", e0},
+    {"inquiry", "sas sata nvme", inquiry},
+    {"c4", "sas", c4},
+    {"capacity10", "sas sata nvme", capacity10},
+    {"capacity16", "sas sata nvme", capacity16},
+    {"identify", "sata", identify},
+    {"b0", "sata", b0},
+    {"smart-data", "sata", smart_data},
+    {"log34", "sas", log34},
+    {"controller", "nvme", controller},
+    {"namespace", "nvme", name_space},
+    {"log02", "nvme", health},
+    {"log03", "nvme", firmware_slots},
+    {"logE0", "nvme", e0},
 };
 
 // "bytes": {"fill": "FF" | "length": n | offset: hex, ...}
@@ -234,7 +324,7 @@ bytes page_of(const drive& d, const std::string& name, size_t length) {
         return page;
     }
     page = row->make(d);
-    if (name.starts_with("log")) {
+    if (name.starts_with("log0") || name == "logE0") {
         page.resize(length);
     }
     if (d.self.contains("bytes") && d.self["bytes"].contains(name)) {

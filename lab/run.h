@@ -12,4 +12,11 @@ namespace mirvok::lab {
 reply run_with_faults(drive& d, const std::string& node, const std::string& command, uint32_t length,
                       const std::function<reply()>& answer);
 
+// Adds a piece of an image at its byte offset; offset 0 begins anew. Returns whether it continues the image.
+bool take_piece(drive& d, uint64_t offset, const bytes& piece);
+
+// Makes the image received the drive's firmware: its level becomes `lasting_key`. Returns whether it is one
+// that the description lists, byte for byte.
+bool activate(drive& d, const char* lasting_key);
+
 }  // namespace mirvok::lab

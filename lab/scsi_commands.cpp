@@ -137,6 +137,36 @@ reply run_smart(drive& d, const ata_registers& r, const scsi_command& c) {
     return (c.cdb[2] & 0x20) != 0 ? ata_sense(d, 0x01, 0x1D, 0, back) : reply{};
 }
 
+// Both kinds of download: in pieces at offsets, or whole. The drive is renewed with the last byte.
+reply run_download(drive& d, bool whole, uint32_t offset, const bytes& piece, const reply& refusal) {
+    if (refuses(d, "download") || (whole && offset != 0) || !take_piece(d, offset, piece)) {
+        return refusal;
+    }
+    activate(d, "level");
+    return {};
+}
+
+// ACS-3, 7.8: subcommand 3 brings pieces, 7 the whole image; offset and count are blocks of 512 bytes.
+reply run_download_microcode(drive& d, const ata_registers& r, const scsi_command& c) {
+    if ((r.features != 3 && r.features != 7) || r.device != 0 || c.way != direction::out) {
+        return aborted(d);
+    }
+    return run_download(d, r.features == 7, (r.high * 256U + r.mid) * 512U, c.data, aborted(d));
+}
+
+// SPC-4, 6.49: mode 7 brings pieces, mode 5 the whole image.
+reply run_write_buffer(drive& d, const scsi_command& c) {
+    const uint8_t mode = c.cdb[1];
+    if (text_of(d.self, "protocol", "") == "sata") {
+        return check_condition(0x05, 0x20, 0x00);
+    }
+    if (c.cdb.size() < 10 || (mode != 5 && mode != 7) || c.cdb[2] != 0 || c.way != direction::out ||
+        load_be24(&c.cdb[6]) != c.length || !all_zero(c.cdb, 9, c.cdb.size())) {
+        return invalid_field();
+    }
+    return run_download(d, mode == 5, load_be24(&c.cdb[3]), c.data, invalid_field());
+}
+
 reply run_ata(drive& d, const scsi_command& c) {
     const ata_registers r = registers_of(c.cdb);
     if (text_of(d.self, "protocol", "") != "sata") {
@@ -147,6 +177,9 @@ reply run_ata(drive& d, const scsi_command& c) {
     }
     if (r.command == ata_smart) {
         return run_smart(d, r, c);
+    }
+    if (r.command == ata_download) {
+        return run_download_microcode(d, r, c);
     }
     if (r.command == ata_identify && c.way == direction::in && r.count == 1) {
         return page_reply(d, "identify", c.length, aborted(d));
@@ -220,7 +253,9 @@ std::string name_of(const scsi_command& c) {
 
 reply run_scsi(drive& d, const std::string& node, const scsi_command& c) {
     return run_with_faults(d, node, name_of(c), c.length, [&] {
-        return c.cdb[0] == op_ata12 && c.cdb.size() >= 12 ? run_ata(d, c) : run_input(d, c);
+        return c.cdb[0] == op_ata12 && c.cdb.size() >= 12 ? run_ata(d, c)
+               : c.cdb[0] == op_write_buffer              ? run_write_buffer(d, c)
+                                                          : run_input(d, c);
     });
 }
 
