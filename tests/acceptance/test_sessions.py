@@ -19,8 +19,8 @@ mirvok() { "$BUILD/mirvok-lab" --state "$DIR.lab" "$MACHINE" -- "$@"; }
 lab() { "$BUILD/mirvok-lab" --state "$DIR.lab" "$@"; }
 journal() { cat "$DIR.lab/journal"; }
 """
-# What differs from run to run: addresses, and the host's own error texts of libraries that are not there.
-VARYING = [(r"addr: -?[0-9A-F]+", "addr: ...")]
+# What differs from run to run and from build to build.
+VARYING = [(r"addr: -?[0-9A-F]+", "addr: ..."), (re.escape(f"{BUILD}/"), "")]
 
 
 def run(command, folder, machine):
