@@ -2,6 +2,7 @@
 
 #include <cstdio>
 
+#include "commands/banner.h"
 #include "common/diagnostics.h"
 #include "common/text.h"
 #include "storage/identification.h"
@@ -11,10 +12,6 @@
 namespace mirvok {
 
 namespace {
-
-constexpr char banner[] = "\nMirvok -- %s\t\t\t\tv:17.4.2[Mon Jul 30 14:18:10 2018]\n";
-constexpr char banner_rule[] = "-------------------------------------------------------------------------";
-static_assert(sizeof(banner_rule) - 1 == 73);
 
 // Identifies one drive and lists it, unless it cannot be identified or was listed before.
 void find_drive(_find_program* program, _pd_info* pd) {
@@ -62,8 +59,7 @@ int find_drives(_find_program* program, _storage_lib* lib) {
 
 int run_find_drives(int argc, char** argv) {
     TRACE_PRINT("Entering %s", __func__);
-    std::printf(banner, "FIND");
-    std::printf("%s\n", banner_rule);
+    print_banner("FIND");
     _find_program program;
     init_program(&program);
     parse_command_line(argc, argv, &program);

@@ -25,6 +25,19 @@ void print_blanks(size_t count) {
     }
 }
 
+__attribute__((format(printf, 1, 0))) void write_log(const char* format, va_list arguments) {
+    if (log_handle == nullptr) {
+        return;
+    }
+    std::vfprintf(log_handle, format, arguments);
+    // Written through line by line, so that what was done before a power cut can be read.
+    const size_t length = std::strlen(format);
+    if (length > 0 && format[length - 1] == '\n') {
+        std::fflush(log_handle);
+        fdatasync(fileno(log_handle));
+    }
+}
+
 }  // namespace
 
 void set_debug(int on) {
@@ -71,19 +84,20 @@ void TRACE_PRINT(const char* format, ...) {
 }
 
 void TRACE_LOG(const char* format, ...) {
-    if (log_handle == nullptr) {
-        return;
-    }
     va_list arguments;
     va_start(arguments, format);
-    std::vfprintf(log_handle, format, arguments);
+    write_log(format, arguments);
     va_end(arguments);
-    // Written through line by line, so that what was done before a power cut can be read.
-    const size_t length = std::strlen(format);
-    if (length > 0 && format[length - 1] == '\n') {
-        std::fflush(log_handle);
-        fdatasync(fileno(log_handle));
-    }
+}
+
+void report(const char* format, ...) {
+    va_list arguments;
+    va_start(arguments, format);
+    std::vprintf(format, arguments);
+    va_end(arguments);
+    va_start(arguments, format);
+    write_log(format, arguments);
+    va_end(arguments);
 }
 
 int init_log(const char* name) {

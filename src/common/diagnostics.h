@@ -18,8 +18,12 @@ int get_verbose();
 // format that contains "Entering" starts a level, one that contains "Exiting" ends it.
 void TRACE_PRINT(const char* format, ...) __attribute__((format(printf, 1, 2)));
 
-// Formatted text into the log file, whatever the debug switch says; nothing while no log file is open.
+// Formatted text into the log file, whatever the debug switch says; nothing while no log file is open. A text
+// whose format ends with a line feed is written through to the disk.
 void TRACE_LOG(const char* format, ...) __attribute__((format(printf, 1, 2)));
+
+// Formatted text to standard output and to the log file alike.
+void report(const char* format, ...) __attribute__((format(printf, 1, 2)));
 
 // Opens (creates, truncates) the log file: 1 when opened, 0 when not.
 int init_log(const char* name);

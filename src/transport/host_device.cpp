@@ -35,9 +35,18 @@ int transfer_direction(io_direction_t direction) {
     }
 }
 
+// Descriptor 0 is no drive's: without a handle the request fails as on a closed descriptor.
+int device_ioctl(uint32_t handle, unsigned long request, void* argument) {
+    if (handle == 0) {
+        errno = EBADF;
+        return -1;
+    }
+    return ioctl(static_cast<int>(handle), request, argument);
+}
+
 int admin_ioctl(uint32_t handle, nvme_admin_cmd* command) {
     errno = 0;
-    return ioctl(static_cast<int>(handle), NVME_IOCTL_ADMIN_CMD, command);
+    return device_ioctl(handle, NVME_IOCTL_ADMIN_CMD, command);
 }
 
 void print_admin_cmd(const nvme_admin_cmd* command) {
@@ -167,7 +176,7 @@ int scsi_command_host(uint32_t handle, _scsi_cmd_in* in, _scsi_cmd_out* out) {
     }
     // A SCSI status is an answer (ATA registers come back with CHECK CONDITION); only a failed ioctl is a
     // failure.
-    const int rc = ioctl(static_cast<int>(handle), SG_IO, &header) < 0 ? 1 : 0;
+    const int rc = device_ioctl(handle, SG_IO, &header) < 0 ? 1 : 0;
     TRACE_PRINT(
         "status:%d, masked status:%d,msg_status:%d,host_status:%d,driver_status:%d, info:%d, duration:%d",
         header.status, header.masked_status, header.msg_status, header.host_status, header.driver_status,

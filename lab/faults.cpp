@@ -1,0 +1,145 @@
+// Faults laid over a command's answer, and the journal's words for commands and answers.
+#include <algorithm>
+#include <cerrno>
+#include <csignal>
+#include <cstdio>
+#include <cstring>
+#include <functional>
+#include <random>
+
+#include "commands.h"
+#include "run.h"
+
+namespace mirvok::lab {
+
+namespace {
+
+struct number_name {
+    int number;
+    const char* name;
+};
+
+constexpr number_name errors[] = {
+    {EIO, "EIO"},       {ENODEV, "ENODEV"},       {ENOENT, "ENOENT"}, {EINTR, "EINTR"},
+    {EBUSY, "EBUSY"},   {EACCES, "EACCES"},       {EPERM, "EPERM"},   {ENOMEM, "ENOMEM"},
+    {EINVAL, "EINVAL"}, {EFAULT, "EFAULT"},       {EAGAIN, "EAGAIN"}, {ENXIO, "ENXIO"},
+    {ENOTTY, "ENOTTY"}, {ETIMEDOUT, "ETIMEDOUT"}, {ENOSYS, "ENOSYS"}, {EMSGSIZE, "EMSGSIZE"},
+};
+
+constexpr number_name signals[] = {
+    {SIGINT, "INT"},   {SIGTERM, "TERM"}, {SIGHUP, "HUP"},
+    {SIGQUIT, "QUIT"}, {SIGKILL, "KILL"}, {SIGPIPE, "PIPE"},
+};
+
+// Other content of the length that the caller asked for.
+bool spoil(reply& r, const std::string& kind, uint32_t length) {
+    if (kind == "zeros" || kind == "ones") {
+        r.data.assign(length, kind == "ones" ? 0xFF : 0);
+    } else if (kind == "random") {
+        std::mt19937 generator(1);  // NOLINT: the same bytes in every run
+        r.data.resize(length);
+        std::ranges::generate(r.data, [&] { return static_cast<uint8_t>(generator()); });
+    } else if (kind == "half") {
+        r.data.resize(r.data.size() / 2);
+    } else {
+        return false;
+    }
+    return true;
+}
+
+void raise_named(const std::string& name) {
+    const auto* const row =
+        std::ranges::find_if(signals, [&](const number_name& s) { return name == s.name; });
+    if (row != std::end(signals)) {
+        journal("signal " + name);
+        raise(row->number);
+    }
+}
+
+}  // namespace
+
+std::string error_name(int number) {
+    const auto* const row =
+        std::ranges::find_if(errors, [&](const number_name& e) { return e.number == number; });
+    return row == std::end(errors) ? std::to_string(number) : row->name;
+}
+
+int error_number(const std::string& name) {
+    const auto* const row =
+        std::ranges::find_if(errors, [&](const number_name& e) { return name == e.name; });
+    return row == std::end(errors) ? EIO : row->number;
+}
+
+reply run_with_faults(drive& d, const std::string& node, const std::string& command, uint32_t length,
+                      const std::function<reply()>& answer) {
+    json subject = {{"drive", d.name}};
+    if (!node.empty()) {
+        subject["node"] = node;
+    }
+    const std::string kind = text_of(due_fault(subject, command), "answer", "");
+    const std::string word = kind.substr(kind.find(':') + 1);
+    reply r;
+    if (kind == "vanish") {
+        d.vanished = true;
+    }
+    if (d.vanished) {
+        r.error = ENODEV;
+    } else if (kind.starts_with("errno:")) {
+        r.error = error_number(word);
+    } else if (kind.starts_with("check:")) {
+        const bytes sense = bytes_of(word);
+        r = check_condition(sense.at(0), sense.at(1), sense.at(2));
+    } else if (kind.starts_with("status:") || kind.starts_with("nvme:")) {
+        r.status = static_cast<uint32_t>(std::stoul(word, nullptr, 0));
+    } else if (kind.starts_with("host:")) {
+        r.host = static_cast<uint8_t>(std::stoul(word, nullptr, 0));
+    } else {
+        if (kind.starts_with("signal:")) {
+            raise_named(word);
+        }
+        r = answer();
+        spoil(r, kind, length);
+    }
+    r.data.resize(std::min<size_t>(r.data.size(), length));
+    return r;
+}
+
+std::string describe_data(direction way, uint32_t length, const bytes& data) {
+    if (way == direction::in) {
+        return "in " + std::to_string(length);
+    }
+    if (way == direction::none) {
+        return length == 0 ? "none" : "none " + std::to_string(length);
+    }
+    char crc[16];
+    std::snprintf(crc, sizeof(crc), "%08X", crc32_of(data.data(), data.size()));
+    return "out " + std::to_string(length) + " crc=" + crc;
+}
+
+std::string describe(const scsi_command& c) {
+    return name_of(c) + " cdb=" + hex_of(c.cdb.data(), c.cdb.size(), " ") + " " +
+           describe_data(c.way, c.length, c.data);
+}
+
+std::string describe(const scsi_command& c, const reply& r) {
+    if (r.error != 0) {
+        return error_name(r.error);
+    }
+    const auto status = static_cast<uint8_t>(r.status);
+    std::string text = hex_of(&status, 1);
+    if (r.host != 0) {
+        text += " host " + hex_of(&r.host, 1);
+    }
+    if (r.sense.size() > 13) {
+        const bool descriptor = r.sense[0] >= 0x72;
+        const uint8_t codes[] = {r.sense[descriptor ? 1 : 2], r.sense[descriptor ? 2 : 12],
+                                 r.sense[descriptor ? 3 : 13]};
+        text += " sense " + hex_of(codes, 3, "/");
+    }
+    if (c.way == direction::in && r.data.size() < c.length) {
+        text += " resid " + std::to_string(c.length - r.data.size());
+    }
+    return text;
+}
+
+}  // namespace mirvok::lab

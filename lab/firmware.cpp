@@ -1,0 +1,63 @@
+// The firmware that a drive takes: pieces in order, and a new level once an image of its description is
+// whole.
+#include <algorithm>
+#include <fstream>
+#include <iterator>
+
+#include "run.h"
+
+namespace mirvok::lab {
+
+namespace {
+
+namespace fs = std::filesystem;
+
+bool same_content(const fs::path& path, const bytes& content) {
+    std::error_code error;
+    if (fs::file_size(path, error) != content.size() || error) {
+        return false;
+    }
+    std::ifstream file(path, std::ios::binary);
+    return std::equal(content.begin(), content.end(), std::istreambuf_iterator<char>(file), {},
+                      [](uint8_t a, char b) { return a == static_cast<uint8_t>(b); });
+}
+
+// The description's entry for the image received, or an empty object.
+json entry_received(const drive& d) {
+    for (const json& entry : d.self.value("firmware", json::array())) {
+        if (same_content(entry.at("image").get<std::string>(), d.received)) {
+            return entry;
+        }
+    }
+    return json::object();
+}
+
+}  // namespace
+
+bool take_piece(drive& d, uint64_t offset, const bytes& piece) {
+    if (offset == 0) {
+        d.received.clear();
+    }
+    if (offset != d.received.size() || piece.empty()) {
+        return false;
+    }
+    d.received.insert(d.received.end(), piece.begin(), piece.end());
+    std::ofstream image(the_machine().home / "images" / (d.name + ".bin"),
+                        std::ios::binary | (offset == 0 ? std::ios::trunc : std::ios::app));
+    image.write(reinterpret_cast<const char*>(piece.data()), static_cast<std::streamsize>(piece.size()));
+    return true;
+}
+
+bool activate(drive& d, const char* lasting_key) {
+    const json entry = entry_received(d);
+    if (entry.empty()) {
+        return false;
+    }
+    d.received.clear();
+    if (!entry.value("keeps_level", false)) {
+        remember(d, lasting_key, entry.at("level"));
+    }
+    return true;
+}
+
+}  // namespace mirvok::lab

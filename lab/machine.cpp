@@ -1,0 +1,192 @@
+#include "machine.h"
+
+#include <fcntl.h>
+#include <sys/resource.h>
+#include <unistd.h>
+
+#include <cctype>
+#include <cstdio>
+#include <cstdlib>
+#include <fstream>
+#include <string_view>
+
+namespace mirvok::lab {
+
+namespace {
+
+json read_json(const std::filesystem::path& path) {
+    std::ifstream file(path);
+    return file ? json::parse(file) : json::object();
+}
+
+machine* load_machine() {
+    auto* m = new machine;
+    const char* home = std::getenv(home_variable);
+    if (home == nullptr) {
+        return m;
+    }
+    m->home = home;
+    m->description = read_json(m->home / "machine.json");
+    const json state = read_json(m->home / "state.json");
+    const json drives = m->description.value("drives", json::object());
+    const json nodes = m->description.value("nodes", json::object());
+    for (const auto& [name, self] : drives.items()) {
+        drive& d = m->drives[name];
+        d.name = name;
+        d.self = self;
+        d.lasting = state.value(name, json::object());
+        if (self.contains("node")) {
+            m->nodes[self["node"].get<std::string>()] = name;
+        }
+    }
+    for (const auto& [node, name] : nodes.items()) {
+        m->nodes[node] = name.get<std::string>();
+    }
+    for (const json& rule : m->description.value("faults", json::array())) {
+        m->faults.push_back({rule, 0});
+    }
+    return m;
+}
+
+bool matches(const json& rule, const json& subject, const std::string& command) {
+    for (const char* key : {"drive", "node", "library"}) {
+        if (rule.contains(key) && (!subject.contains(key) || rule[key] != subject[key])) {
+            return false;
+        }
+    }
+    const std::string wanted = rule.value("command", "any");
+    // "any" means what travels to a drive: neither the opening of its node nor a library's own requests.
+    return wanted == command || (wanted == "any" && command != "open" && !subject.contains("library"));
+}
+
+// The descriptor sits at the top of the allowed range, so that the program's own numbers stay natural.
+int journal_descriptor() {
+    const std::filesystem::path path = the_machine().home / "journal";
+    const int low = openat(AT_FDCWD, path.c_str(), O_WRONLY | O_APPEND | O_CREAT | O_CLOEXEC, 0644);
+    rlimit limit{};
+    getrlimit(RLIMIT_NOFILE, &limit);
+    const int top = static_cast<int>(std::min<rlim_t>(limit.rlim_cur, 1024)) - 1;
+    const int high = fcntl(low, F_DUPFD_CLOEXEC, top);
+    close(low);
+    return high;
+}
+
+}  // namespace
+
+machine& the_machine() {
+    static machine* const m = load_machine();  // never destroyed: the library's end still writes the journal
+    return *m;
+}
+
+drive* drive_named(const std::string& name) {
+    auto& drives = the_machine().drives;
+    const auto found = drives.find(name);
+    return found == drives.end() ? nullptr : &found->second;
+}
+
+drive* drive_at(const std::string& node) {
+    const auto& nodes = the_machine().nodes;
+    const auto found = nodes.find(node);
+    return found == nodes.end() ? nullptr : drive_named(found->second);
+}
+
+json due_fault(const json& subject, const std::string& command) {
+    json due = json::object();
+    for (fault& f : the_machine().faults) {
+        if (!matches(f.rule, subject, command)) {
+            continue;
+        }
+        const uint64_t first = number_of(f.rule, "nth", 1);
+        const uint64_t count = number_of(f.rule, "count", 1);
+        ++f.seen;
+        if (due.empty() && f.seen >= first && (count == 0 || f.seen < first + count)) {
+            due = f.rule;
+        }
+    }
+    return due;
+}
+
+void remember(drive& d, const std::string& key, const json& value) {
+    d.lasting[key] = value;
+    json state = json::object();
+    for (const auto& [name, other] : the_machine().drives) {
+        if (!other.lasting.empty()) {
+            state[name] = other.lasting;
+        }
+    }
+    std::ofstream(the_machine().home / "state.json") << state.dump(1) << '\n';
+}
+
+std::string text_of(const json& object, const std::string& key, const std::string& fallback) {
+    return object.contains(key) ? object[key].get<std::string>() : fallback;
+}
+
+uint64_t number_of(const json& object, const std::string& key, uint64_t fallback) {
+    if (!object.contains(key)) {
+        return fallback;
+    }
+    const json& value = object[key];
+    return value.is_string() ? std::stoull(value.get<std::string>(), nullptr, 0) : value.get<uint64_t>();
+}
+
+std::string level_of(const drive& d) {
+    return text_of(d.lasting, "level", text_of(d.self, "level", "0001"));
+}
+
+bool smart_on(const drive& d) {
+    return d.lasting.value("smart", text_of(d.self, "smart", "on") == "on");
+}
+
+bytes bytes_of(const std::string& hex) {
+    bytes result;
+    std::string digits;
+    for (const char c : hex) {
+        if (std::isxdigit(static_cast<unsigned char>(c)) != 0) {
+            digits += c;
+        }
+        if (digits.size() == 2) {
+            result.push_back(static_cast<uint8_t>(std::stoul(digits, nullptr, 16)));
+            digits.clear();
+        }
+    }
+    return result;
+}
+
+std::string hex_of(const uint8_t* data, size_t length, const char* between) {
+    constexpr std::string_view digits = "0123456789ABCDEF";
+    std::string text;
+    for (size_t i = 0; i < length; ++i) {
+        text += i == 0 ? "" : between;
+        text += digits[data[i] >> 4];
+        text += digits[data[i] & 0xF];
+    }
+    return text;
+}
+
+std::string hex_number(uint64_t value) {
+    char text[24];
+    std::snprintf(text, sizeof(text), "%llx", static_cast<unsigned long long>(value));
+    return text;
+}
+
+uint32_t crc32_of(const uint8_t* data, size_t length) {
+    uint32_t crc = 0xFFFFFFFF;
+    for (size_t i = 0; i < length; ++i) {
+        crc ^= data[i];
+        for (int bit = 0; bit < 8; ++bit) {
+            crc = crc >> 1 ^ ((crc & 1) != 0 ? 0xEDB88320 : 0);
+        }
+    }
+    return ~crc;
+}
+
+void journal(const std::string& line) {
+    if (the_machine().home.empty()) {
+        return;
+    }
+    static const int descriptor = journal_descriptor();
+    const std::string whole = line + '\n';
+    [[maybe_unused]] const ssize_t written = write(descriptor, whole.data(), whole.size());
+}
+
+}  // namespace mirvok::lab

@@ -1,0 +1,71 @@
+// The machine that the lab plays: its drives with what lasts from run to run, its nodes, its faults and the
+// journal of what reached it.
+#pragma once
+
+#include <cstdint>
+#include <filesystem>
+#include <map>
+#include <nlohmann/json.hpp>
+#include <string>
+#include <vector>
+
+namespace mirvok::lab {
+
+using nlohmann::json;
+using bytes = std::vector<uint8_t>;
+
+// The variable that names the state directory to the library.
+constexpr const char* home_variable = "MIRVOK_LAB";
+
+struct drive {  // NOLINT(bugprone-exception-escape): json moves without throwing
+    std::string name;
+    json self;              // the description in the machine file
+    json lasting;           // "level", "smart", "next_level": kept in state.json
+    bytes received;         // the firmware image of the download under way
+    bool vanished = false;  // gone from its nodes for the rest of the run
+};
+
+struct fault {
+    json rule;
+    uint32_t seen = 0;  // occurrences so far
+};
+
+struct machine {                 // NOLINT(bugprone-exception-escape)
+    std::filesystem::path home;  // the state directory
+    json description;            // the machine file as the command left it
+    std::map<std::string, drive> drives;
+    std::map<std::string, std::string> nodes;  // node to drive name
+    std::vector<fault> faults;
+};
+
+// Read at the first call from the directory that home_variable names; an empty machine without one.
+machine& the_machine();
+
+// The drive behind a node or of a name; null when there is none.
+drive* drive_at(const std::string& node);
+drive* drive_named(const std::string& name);
+
+// Counts one occurrence of `command` for every fault that it matches, and returns the first fault that is
+// due; an empty object when none is. `subject` holds the keys that a fault may name: "drive", "node",
+// "library".
+json due_fault(const json& subject, const std::string& command);
+
+// Sets a lasting value of a drive and writes state.json.
+void remember(drive& d, const std::string& key, const json& value);
+
+std::string text_of(const json& object, const std::string& key, const std::string& fallback);
+// Numbers may be written as numbers or as texts ("0x1F").
+uint64_t number_of(const json& object, const std::string& key, uint64_t fallback);
+std::string level_of(const drive& d);
+bool smart_on(const drive& d);
+
+// Texts like "12 00 ff" to bytes, and back: upper case, separated by `between`.
+bytes bytes_of(const std::string& hex);
+std::string hex_of(const uint8_t* data, size_t length, const char* between = "");
+std::string hex_number(uint64_t value);
+uint32_t crc32_of(const uint8_t* data, size_t length);
+
+// Appends one line; it is in the file when the call returns.
+void journal(const std::string& line);
+
+}  // namespace mirvok::lab

@@ -1,0 +1,106 @@
+#include "machine_file.h"
+
+#include <fstream>
+#include <regex>
+#include <stdexcept>
+
+namespace mirvok::lab {
+
+namespace {
+
+namespace fs = std::filesystem;
+
+// "{}" in a text becomes the number, "{000}" the number with at least three digits.
+std::string numbered(const std::string& text, uint64_t number) {
+    static const std::regex place("\\{(0*)\\}");
+    std::string result;
+    auto from = text.begin();
+    for (std::sregex_iterator at(text.begin(), text.end(), place), end; at != end; ++at) {
+        const std::string digits = std::to_string(number);
+        const auto width = static_cast<size_t>((*at)[1].length());
+        result.append(from, (*at)[0].first);
+        result.append(digits.size() < width ? width - digits.size() : 0, '0').append(digits);
+        from = (*at)[0].second;
+    }
+    return result.append(from, text.end());
+}
+
+json numbered(const json& value, uint64_t number) {
+    if (value.is_string()) {
+        return numbered(value.get<std::string>(), number);
+    }
+    json result = value;
+    if (value.is_structured()) {
+        for (json& element : result) {
+            element = numbered(element, number);
+        }
+    }
+    return result;
+}
+
+json expanded(const json& drives) {
+    json result = json::object();
+    for (const auto& [name, self] : drives.items()) {
+        const uint64_t count = number_of(self, "repeat", 1);
+        const uint64_t first = number_of(self, "first", 0);
+        for (uint64_t number = first; number < first + count; ++number) {
+            result[numbered(name, number)] = numbered(self, number);
+        }
+    }
+    return result;
+}
+
+void check(const json& machine) {
+    static const std::vector<std::string> protocols = {"sata", "sas", "nvme"};
+    for (const auto& [name, self] : machine["drives"].items()) {
+        if (std::ranges::find(protocols, text_of(self, "protocol", "")) == protocols.end()) {
+            throw std::runtime_error("drive " + name + ": \"protocol\" must be sata, sas or nvme");
+        }
+    }
+    const json nodes = machine.value("nodes", json::object());
+    for (const auto& [node, name] : nodes.items()) {
+        if (!machine["drives"].contains(name.get<std::string>())) {
+            throw std::runtime_error("node " + node + ": there is no drive " + name.dump());
+        }
+    }
+}
+
+// A controller reset has happened since the last run.
+void activate_firmware(const fs::path& path) {
+    json state = json::object();
+    if (std::ifstream file(path); file) {
+        state = json::parse(file);
+    }
+    for (auto& [name, lasting] : state.items()) {
+        if (lasting.contains("next_level")) {
+            lasting["level"] = lasting["next_level"];
+            lasting.erase("next_level");
+        }
+    }
+    std::ofstream(path) << state.dump(1) << '\n';
+}
+
+}  // namespace
+
+void prepare_home(const fs::path& file, const std::vector<std::string>& faults, const fs::path& home,
+                  bool fresh) {
+    std::ifstream stream(file);
+    if (!stream) {
+        throw std::runtime_error("cannot open " + file.string());
+    }
+    json machine = json::parse(stream, nullptr, true, true);
+    machine["drives"] = expanded(machine.value("drives", json::object()));
+    for (const std::string& fault : faults) {
+        machine["faults"].push_back(json::parse(fault));
+    }
+    check(machine);
+    if (fresh) {
+        fs::remove_all(home);
+    }
+    fs::create_directories(home / "images");
+    activate_firmware(home / "state.json");
+    std::ofstream(home / "machine.json") << machine.dump(1) << '\n';
+    std::ofstream(home / "journal", std::ios::trunc).flush();
+}
+
+}  // namespace mirvok::lab

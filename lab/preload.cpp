@@ -1,0 +1,291 @@
+// The C library calls of the program, answered for /dev/sg* and /dev/nvme* and passed on for everything else.
+// A node's descriptor is a real one (of /dev/null), so that numbers and limits behave as on a real machine.
+#include <dlfcn.h>
+#include <fcntl.h>
+#include <linux/nvme_ioctl.h>
+#include <scsi/sg.h>
+#include <sys/ioctl.h>
+#include <sys/uio.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <cstdarg>
+#include <cstring>
+#include <map>
+
+#include "commands.h"
+#include "memory.h"
+
+using namespace mirvok::lab;
+
+namespace {
+
+constexpr uint8_t driver_sense = 0x08;
+constexpr uint16_t kernel_sense_size = 96;
+
+template <typename F>
+F* next_function(const char* name) {
+    return reinterpret_cast<F*>(dlsym(RTLD_NEXT, name));
+}
+
+std::map<int, std::string>& open_nodes() {
+    static auto* const nodes = new std::map<int, std::string>;  // still there when the library ends
+    return *nodes;
+}
+
+bool is_node(const char* path) {
+    return path != nullptr &&
+           (std::strncmp(path, "/dev/sg", 7) == 0 || std::strncmp(path, "/dev/nvme", 9) == 0);
+}
+
+int fail(int number) {
+    errno = number;
+    return -1;
+}
+
+int open_file(const char* path, int flags, mode_t mode) {
+    using open_call = int(const char*, int, ...);
+    static auto* const next = next_function<open_call>("open");
+    return next(path, flags, mode);
+}
+
+int open_node(const std::string& node, int flags) {
+    const drive* d = drive_at(node);
+    json subject = {{"node", node}};
+    if (d != nullptr) {
+        subject["drive"] = d->name;
+    }
+    const std::string answer = text_of(due_fault(subject, "open"), "answer", "");
+    int error = d == nullptr || d->vanished ? ENOENT : 0;
+    if (answer.starts_with("errno:")) {
+        error = error_number(answer.substr(6));
+    }
+    int descriptor = -1;
+    if (error == 0) {
+        descriptor = open_file("/dev/null", O_RDWR, 0);
+        error = descriptor < 0 ? errno : 0;
+    }
+    const std::string way =
+        (flags & O_ACCMODE) == O_RDWR ? "" : " flags=" + std::to_string(flags & O_ACCMODE);
+    journal("open " + node + way + " = " + (error == 0 ? "0" : error_name(error)));
+    if (error != 0) {
+        return fail(error);
+    }
+    open_nodes()[descriptor] = node;
+    return descriptor;
+}
+
+// What the driver refuses before a drive sees anything, or 0.
+int sg_refusal(const sg_io_hdr& h) {
+    if (h.interface_id != 'S') {
+        return ENOSYS;
+    }
+    if (h.cmdp == nullptr || h.cmd_len < 6 || h.cmd_len > 252) {
+        return EMSGSIZE;
+    }
+    return h.iovec_count != 0 || h.dxfer_direction < SG_DXFER_FROM_DEV || h.dxfer_direction > SG_DXFER_NONE
+               ? EINVAL
+               : 0;
+}
+
+void complete(sg_io_hdr& h, const reply& r) {
+    h.status = static_cast<uint8_t>(r.status);
+    h.masked_status = static_cast<uint8_t>(r.status >> 1 & 0x7F);
+    h.msg_status = 0;
+    h.host_status = r.host;
+    h.driver_status = r.sense.empty() ? 0 : driver_sense;
+    h.sb_len_wr = 0;
+    h.duration = 0;
+    if (!r.sense.empty() && h.sbp != nullptr) {
+        h.sb_len_wr =
+            static_cast<uint8_t>(std::min<size_t>({h.mx_sb_len, kernel_sense_size, r.sense.size()}));
+        copy_out(h.sbp, r.sense.data(), h.sb_len_wr);
+    }
+    h.resid = h.dxfer_direction == SG_DXFER_FROM_DEV ? static_cast<int>(h.dxfer_len - r.data.size()) : 0;
+    h.info = h.masked_status != 0 || h.host_status != 0 || h.driver_status != 0 ? SG_INFO_CHECK : 0;
+}
+
+int sg_io(const std::string& node, void* argument) {
+    sg_io_hdr h{};
+    if (!copy_in(&h, argument, sizeof(h))) {
+        return fail(EFAULT);
+    }
+    int refusal = sg_refusal(h);
+    scsi_command c;
+    if (refusal == 0) {
+        c.way = h.dxfer_direction == SG_DXFER_FROM_DEV ? direction::in
+                : h.dxfer_direction == SG_DXFER_TO_DEV ? direction::out
+                                                       : direction::none;
+        c.length = h.dxfer_len;
+        c.cdb.resize(h.cmd_len);
+        c.data.resize(c.way == direction::out ? c.length : 0);
+        if (!copy_in(c.cdb.data(), h.cmdp, h.cmd_len) || !copy_in(c.data.data(), h.dxferp, c.data.size())) {
+            refusal = EFAULT;
+        }
+    }
+    if (refusal != 0) {
+        journal("sg " + node + " refused = " + error_name(refusal));
+        return fail(refusal);
+    }
+    drive& d = *drive_at(node);
+    reply r = run_scsi(d, node, c);
+    if (r.error == 0 && !copy_out(h.dxferp, r.data.data(), r.data.size())) {
+        r.error = EFAULT;
+    }
+    const std::string extra = h.timeout == 0 && h.flags == 0
+                                  ? ""
+                                  : " timeout=" + std::to_string(h.timeout) + " flags=" + hex_number(h.flags);
+    journal("sg " + node + " " + describe(c) + extra + " = " + describe(c, r));
+    if (r.error != 0) {
+        return fail(r.error);
+    }
+    complete(h, r);
+    return copy_out(argument, &h, sizeof(h)) ? 0 : fail(EFAULT);
+}
+
+// Fields of the admin command that the program has no use for, when they are set all the same.
+std::string unusual_fields(const nvme_admin_cmd& n) {
+    const struct {
+        const char* name;
+        uint64_t value;
+    } fields[] = {
+        {"flags", n.flags}, {"rsvd1", n.rsvd1},        {"cdw2", n.cdw2},
+        {"cdw3", n.cdw3},   {"metadata", n.metadata},  {"metadata_len", n.metadata_len},
+        {"cdw12", n.cdw12}, {"cdw13", n.cdw13},        {"cdw14", n.cdw14},
+        {"cdw15", n.cdw15}, {"timeout", n.timeout_ms}, {"result", n.result},
+    };
+    std::string text;
+    for (const auto& field : fields) {
+        if (field.value != 0) {
+            text += std::string(" ") + field.name + "=" + hex_number(field.value);
+        }
+    }
+    return text;
+}
+
+int nvme_admin(const std::string& node, void* argument) {
+    nvme_admin_cmd n{};
+    if (!copy_in(&n, argument, sizeof(n))) {
+        return fail(EFAULT);
+    }
+    auto* const user =
+        reinterpret_cast<void*>(n.addr);  // NOLINT(performance-no-int-to-ptr): the record's own
+    nvme_command c{n.opcode, n.nsid, n.cdw10, n.cdw11, n.data_len, {}};
+    const direction way = n.data_len == 0     ? direction::none
+                          : is_nvme_output(c) ? direction::out
+                                              : direction::in;
+    c.data.resize(way == direction::out ? n.data_len : 0);
+    reply r;
+    if (n.flags != 0) {
+        r.error = EINVAL;
+    } else if (!copy_in(c.data.data(), user, c.data.size())) {
+        r.error = EFAULT;
+    } else {
+        r = run_nvme(*drive_at(node), node, c);
+    }
+    if (r.error == 0 && !copy_out(user, r.data.data(), r.data.size())) {
+        r.error = EFAULT;
+    }
+    journal("nvme " + node + " " + name_of(c) + " op=" + hex_of(&n.opcode, 1) + " nsid=" +
+            hex_number(n.nsid) + " cdw10=" + hex_number(n.cdw10) + " cdw11=" + hex_number(n.cdw11) +
+            unusual_fields(n) + " " + describe_data(way, n.data_len, c.data) + " = " +
+            (r.error != 0    ? error_name(r.error)
+             : r.status != 0 ? "0x" + hex_number(r.status)
+                             : "0"));
+    return r.error != 0 ? fail(r.error) : static_cast<int>(r.status);
+}
+
+int node_ioctl(const std::string& node, unsigned long request, void* argument) {
+    const bool nvme = node.starts_with("/dev/nvme");
+    if (!nvme && request == SG_IO) {
+        return sg_io(node, argument);
+    }
+    if (nvme && request == NVME_IOCTL_ADMIN_CMD) {
+        return nvme_admin(node, argument);
+    }
+    journal("ioctl " + node + " " + hex_number(request) + " = ENOTTY");
+    return fail(ENOTTY);
+}
+
+__attribute__((destructor)) void report_open_nodes() {
+    for (const auto& [descriptor, node] : open_nodes()) {
+        journal("left open " + node);
+    }
+}
+
+}  // namespace
+
+// The names under which a program reaches the C library (exports.map lets out no others).
+extern "C" {
+
+int open(const char* path, int flags, ...) {
+    std::va_list arguments;
+    va_start(arguments, flags);
+    const auto mode = va_arg(arguments, mode_t);
+    va_end(arguments);
+    return is_node(path) ? open_node(path, flags) : open_file(path, flags, mode);
+}
+
+int open64(const char* path, int flags, ...) {
+    std::va_list arguments;
+    va_start(arguments, flags);
+    const auto mode = va_arg(arguments, mode_t);
+    va_end(arguments);
+    return is_node(path) ? open_node(path, flags) : open_file(path, flags | O_LARGEFILE, mode);
+}
+
+int __open_2(const char* path, int flags) {
+    return open(path, flags, 0);
+}
+
+int __open64_2(const char* path, int flags) {
+    return open64(path, flags, 0);
+}
+
+int openat(int directory, const char* path, int flags, ...) {
+    using openat_call = int(int, const char*, int, ...);
+    static auto* const next = next_function<openat_call>("openat");
+    std::va_list arguments;
+    va_start(arguments, flags);
+    const auto mode = va_arg(arguments, mode_t);
+    va_end(arguments);
+    return is_node(path) ? open_node(path, flags) : next(directory, path, flags, mode);
+}
+
+int openat64(int directory, const char* path, int flags, ...) {
+    std::va_list arguments;
+    va_start(arguments, flags);
+    const auto mode = va_arg(arguments, mode_t);
+    va_end(arguments);
+    return openat(directory, path, flags | O_LARGEFILE, mode);
+}
+
+int close(int descriptor) {
+    static auto* const next = next_function<int(int)>("close");
+    const auto found = open_nodes().find(descriptor);
+    if (found != open_nodes().end()) {
+        journal("close " + found->second);
+        open_nodes().erase(found);
+    }
+    return next(descriptor);
+}
+
+int ioctl(int descriptor, unsigned long request, ...) noexcept {
+    using ioctl_call = int(int, unsigned long, ...);
+    static auto* const next = next_function<ioctl_call>("ioctl");
+    std::va_list arguments;
+    va_start(arguments, request);
+    void* const argument = va_arg(arguments, void*);
+    va_end(arguments);
+    const auto found = open_nodes().find(descriptor);
+    return found == open_nodes().end() ? next(descriptor, request, argument)
+                                       : node_ioctl(std::string(found->second), request, argument);
+}
+
+unsigned int sleep(unsigned int seconds) {
+    journal("sleep " + std::to_string(seconds));
+    return 0;
+}
+
+}  // extern "C"

@@ -1,0 +1,22 @@
+// Between the command files: the answer of a drive with the faults laid over it, and the firmware store.
+#pragma once
+
+#include <functional>
+#include <string>
+
+#include "commands.h"
+
+namespace mirvok::lab {
+
+// The answer to `command`, or what a due fault makes of it. `length` is what the caller asked for, in bytes.
+reply run_with_faults(drive& d, const std::string& node, const std::string& command, uint32_t length,
+                      const std::function<reply()>& answer);
+
+// Adds a piece of an image at its byte offset; offset 0 begins anew. Returns whether it continues the image.
+bool take_piece(drive& d, uint64_t offset, const bytes& piece);
+
+// Makes the image received the drive's firmware: its level becomes `lasting_key`. Returns whether it is one
+// that the description lists, byte for byte.
+bool activate(drive& d, const char* lasting_key);
+
+}  // namespace mirvok::lab

@@ -1,0 +1,120 @@
+#include "storage/vendor_checks.h"
+
+#include <cstring>
+
+#include "support/records.h"
+
+using namespace mirvok;
+
+namespace {
+
+_pd_info make_drive(uint32_t protocol, const char* part_number, const char* serial_number) {
+    _pd_info pd = {};
+    pd.protocol = protocol;
+    pd.b0_valid = 1;
+    std::strcpy(pd.part_number, part_number);
+    std::strcpy(pd.serial_number, serial_number);
+    return pd;
+}
+
+TEST(VendorChecks, TheMakersDrives) {
+    struct {
+        uint32_t protocol;
+        const char* vendor;
+        uint16_t rc;
+    } const rows[] = {
+        {1, "VELTRA-X", 0}, {1, "VELTRA-Y", 0}, {1, "KRV-ZSQS", 0}, {1, "KRV-ZSQ", 1}, {1, "veltra", 1},
+        {1, "VTR", 1},      {1, "", 1},         {2, "VTR", 0},      {2, "VTRX", 0},    {2, "KRV", 0},
+        {2, "KR", 1},       {2, "VELTRA", 1},   {5, "VTR", 0},      {7, "KRV", 0},     {5, "X", 1},
+        {7, "", 1},         {4, "", 0},         {4, "X", 0},        {0, "VTR", 1},     {6, "VELTRA", 1},
+        {8, "VTR", 1},      {3, "VTR", 1},
+    };
+    for (const auto& row : rows) {
+        _pd_info pd = {};
+        pd.protocol = row.protocol;
+        std::strcpy(pd.vendor_id, row.vendor);
+        EXPECT_EQ(is_veltra_disk(&pd), row.rc) << row.protocol << row.vendor;
+    }
+}
+
+TEST(VendorChecks, DigitsAndLetters) {
+    for (int byte = 0; byte < 256; ++byte) {
+        const char text[] = {'A', static_cast<char>(byte), '?', 0};
+        const bool digit = byte >= 0x30 && byte <= 0x39;
+        const bool letter = (byte >= 0x41 && byte <= 0x5A) || (byte >= 0x61 && byte <= 0x7A);
+        EXPECT_EQ(is_digital(text[1]), digit ? 1 : 0);
+        EXPECT_EQ(is_letter(text[1]), letter ? 1 : 0);
+        EXPECT_EQ(is_digital_letter(text, 2), digit || letter ? 1 : 0);
+        EXPECT_EQ(is_digital_letter(text, 1) + is_digital_letter(text, 0), 2);
+        EXPECT_EQ(is_digital_letter(text, 3), 0);
+    }
+}
+
+TEST(VendorChecks, OneEntryForOneDrive) {
+    struct {
+        const char* part_number;
+        const char* serial_number;
+        int find;
+    } const rows[] = {
+        {"PN1", "SERIAL01", 0},
+        {"PN1", "SERIAL01", 1},
+        {"PN2", "SERIAL01", 0},
+        {"PN1", "SERIAL0", 0},
+        {"PN1", "SERIAL02", 0},
+        {"", "SERIAL01", 0},
+        {"", "SERIAL01", 1},
+        {"PN1", "", 0},
+        {"PN1", "", 0},
+        {"PN1", "SERIAL012", 0},
+        {"PN1", "SERIAL012", 0},
+        {"TWELVECHARS1", "SERIAL01", 0},
+        {"TWELVECHARS1", "SERIAL01", 1},
+        {"TWELVECHARS2", "SERIAL01", 0},
+        {"TWELVECHARS34", "SERIAL01", 0},
+        {"TWELVECHARS34", "SERIAL01", 0},
+        {"TWELVECHARS3", "SERIAL01", 0},
+        {"TWELVECHARS3", "SERIAL01", 1},
+    };
+    for (const auto& row : rows) {
+        _pd_info pd = make_drive(PD_PROTOCOL_SAS, row.part_number, row.serial_number);
+        EXPECT_EQ(check_serial_number(&pd), row.find) << row.part_number << ' ' << row.serial_number;
+    }
+    EXPECT_EQ(sno_count, 14U);
+    EXPECT_EQ(bytes_of(sno_list[6]),
+              (bytes{'P', 'N', '1', 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0}));
+    EXPECT_EQ(std::string(sno_list[9].part_number, 20), "TWELVECHARS1SERIAL01");
+    sno_count = max_drives;
+    _pd_info pd = make_drive(PD_PROTOCOL_SAS, "PN", "NEW");
+    EXPECT_EQ(check_serial_number(&pd), 0);
+    EXPECT_EQ(sno_count, max_drives);
+}
+
+TEST(VendorChecks, SataSerialSubstitute) {
+    struct {
+        uint32_t protocol;
+        uint8_t b0_valid;
+        const char* serial_number;
+        const char* device_serial;
+        const char* taken;
+    } const rows[] = {
+        {2, 1, "SERIAL01", "ABCDEFGHIJKLMN", "SERIAL01"},
+        {2, 0, "SERIAL01", "ABCDEFGHIJKLMN", "GHIJKLMN"},
+        {2, 1, "SERIAL0", "ABCDEFGH", "ABCDEFGH"},
+        {2, 1, "SERI-L01", "ABCDEFGH9", "BCDEFGH9"},
+        {2, 0, "", "ABCDEFG", ""},
+        {2, 0, "", "AB DEFGHIJ", ""},
+        {2, 0, "", "ABCDEFGHI-", ""},
+        {1, 0, "", "ABCDEFGH", ""},
+        {5, 0, "", "ABCDEFGH", ""},
+        {7, 0, "", "ABCDEFGH", ""},
+    };
+    for (const auto& row : rows) {
+        _pd_info pd = make_drive(row.protocol, "PN", row.serial_number);
+        pd.b0_valid = row.b0_valid;
+        std::strcpy(pd.device_serial, row.device_serial);
+        check_serial_number(&pd);
+        EXPECT_STREQ(pd.serial_number, row.taken);
+    }
+}
+
+}  // namespace

@@ -1,0 +1,179 @@
+#include "file_layout.h"
+
+#include <algorithm>
+#include <cstdio>
+#include <cstring>
+#include <limits>
+
+#include "common/bytes.h"
+
+namespace mirvok {
+
+namespace {
+
+using enum field_form;
+
+constexpr record_field flash_fields[] = {
+    {"part_number", 0, 12, text}, {"product_id", 12, 24, text}, {"type", 36, 2, number},
+    {"wait_time", 38, 2, number}, {"fw_level", 42, 10, text},   {"image_name", 52, 20, text},
+    {"spare_text1", 74, 4, text}, {"spare_text2", 78, 4, text}, {"spare_text3", 84, 10, text},
+    {"tpro", 98, 12, text},       {"tfru", 110, 8, text},       {"size", 126, 2, number},
+};
+
+constexpr record_field sizes_fields[] = {
+    {"capacity", 0, 8, high_low},
+    {"size", 8, 2, number},
+};
+
+constexpr file_kind kinds[] = {
+    {
+        .name = "flash",
+        .header_width = 128,
+        .record_width = 128,
+        .trailer_width = 0,
+        .count_offset = 38,
+        .max_records = 65535,
+        .signature = 0,
+        .distance_offset = 0,
+        .fields = flash_fields,
+        .example = R"({"part_number": "ABC1234", "product_id": "VX480", "type": 16, "wait_time": 5,
+   "fw_level": "G3A1", "image_name": "vx480_g3a1.bin", "spare_text1": "", "spare_text2": "",
+   "spare_text3": "", "tpro": "", "tfru": "", "size": 480})",
+    },
+    {
+        .name = "sizes",
+        .header_width = 4,
+        .record_width = 10,
+        .trailer_width = 8,
+        .count_offset = 0,
+        .max_records = 256,
+        .signature = 0x03221965,
+        .distance_offset = 2,
+        .fields = sizes_fields,
+        .example = R"({"capacity": 937703088, "size": 480})",
+    },
+};
+
+std::string hexadecimal(uint32_t value) {
+    char text[11];
+    std::snprintf(text, sizeof(text), "0x%08X", value);
+    return text;
+}
+
+int signature_fails(const uint8_t* position, const file_kind& kind, const char* which, std::string& error) {
+    if (kind.signature == 0 || load_le32(position) == kind.signature) {
+        return 0;
+    }
+    error = std::string(which) + " signature is " + hexadecimal(load_le32(position)) + ", not " +
+            hexadecimal(kind.signature);
+    return 1;
+}
+
+}  // namespace
+
+std::span<const file_kind> file_kinds() {
+    return kinds;
+}
+
+const file_kind* find_file_kind(std::string_view name) {
+    for (const file_kind& kind : kinds) {
+        if (name == kind.name) {
+            return &kind;
+        }
+    }
+    return nullptr;
+}
+
+size_t record_count(const record_set& set) {
+    return set.bytes.size() / set.kind->record_width;
+}
+
+std::string load_text(const uint8_t* record, const record_field& field) {
+    const auto* start = reinterpret_cast<const char*>(record + field.offset);
+    return {start, strnlen(start, field.width)};
+}
+
+uint64_t load_number(const uint8_t* record, const record_field& field) {
+    const uint8_t* position = record + field.offset;
+    if (field.form == high_low) {
+        return static_cast<uint64_t>(load_le32(position)) << 32 | load_le32(position + 4);
+    }
+    return field.width == 2 ? load_le16(position) : load_le32(position);
+}
+
+void store_text(uint8_t* record, const record_field& field, std::string_view text) {
+    std::memcpy(record + field.offset, text.data(), text.size());
+}
+
+void store_number(uint8_t* record, const record_field& field, uint64_t value) {
+    uint8_t* position = record + field.offset;
+    if (field.form == high_low) {
+        store_le32(position, static_cast<uint32_t>(value >> 32));
+        store_le32(position + 4, static_cast<uint32_t>(value));
+    } else if (field.width == 2) {
+        store_le16(position, static_cast<uint32_t>(value));
+    } else {
+        store_le32(position, static_cast<uint32_t>(value));
+    }
+}
+
+uint64_t largest_number(const record_field& field) {
+    return std::numeric_limits<uint64_t>::max() >> (64 - 8 * field.width);
+}
+
+std::vector<uint8_t> frame_records(const record_set& set) {
+    const file_kind& kind = *set.kind;
+    std::vector<uint8_t> file(kind.header_width + set.bytes.size() + kind.trailer_width);
+    uint8_t* end = file.data() + file.size();
+    uint8_t* trailer = end - kind.trailer_width;
+    uint8_t* counting = kind.trailer_width != 0 ? trailer : file.data();
+    std::copy(set.bytes.begin(), set.bytes.end(), file.data() + kind.header_width);
+    store_le16(counting + kind.count_offset, static_cast<uint32_t>(record_count(set)));
+    if (kind.signature != 0) {
+        store_le32(file.data(), kind.signature);
+        store_le32(end - 4, kind.signature);
+    }
+    if (kind.distance_offset != 0) {
+        store_le16(trailer + kind.distance_offset, static_cast<uint32_t>(file.size()));
+    }
+    return file;
+}
+
+int take_records(const std::vector<uint8_t>& file, record_set& set, std::string& error) {
+    const file_kind& kind = *set.kind;
+    const size_t frame = kind.header_width + kind.trailer_width;
+    if (file.size() < frame) {
+        error = std::to_string(file.size()) + " bytes, the shortest file has " + std::to_string(frame);
+        return 1;
+    }
+    const uint8_t* end = file.data() + file.size();
+    const uint8_t* trailer = end - kind.trailer_width;
+    if (signature_fails(end - 4, kind, "trailer", error) != 0) {
+        return 1;
+    }
+    size_t length = file.size();  // from the header on
+    if (kind.distance_offset != 0) {
+        length = load_le16(trailer + kind.distance_offset);
+        if (length < frame || length > file.size()) {
+            error = "table said to start " + std::to_string(length) + " bytes before the end of a file of " +
+                    std::to_string(file.size());
+            return 1;
+        }
+    }
+    const uint8_t* header = end - length;
+    if (signature_fails(header, kind, "header", error) != 0) {
+        return 1;
+    }
+    const size_t count = load_le16((kind.trailer_width != 0 ? trailer : header) + kind.count_offset);
+    const size_t room = (length - frame) / kind.record_width;
+    if (count > kind.max_records || count > room) {
+        error = "count says " + std::to_string(count) + " records, " +
+                (count > room ? "there are " + std::to_string(room)
+                              : "at most " + std::to_string(kind.max_records));
+        return 1;
+    }
+    set.bytes.assign(header + kind.header_width, header + kind.header_width + count * kind.record_width);
+    return 0;
+}
+
+}  // namespace mirvok
