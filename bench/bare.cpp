@@ -27,9 +27,9 @@ uint8_t inquiry[] = {0x12, 0, 0, 2, 0, 0};
 uint8_t identify[] = {0xA1, 8, 14, 0, 1, 0, 0x4F, 0xC2, 0, 0xEC, 0, 0};
 uint8_t log_b0[] = {0xA1, 8, 14, 0xD5, 1, 0xB0, 0x4F, 0xC2, 0, 0xB0, 0, 0};
 
-int open_node(const char* format, int index) {
-    char name[16];
-    std::snprintf(name, sizeof(name), format, index);
+int open_node(const char* kind, int index) {
+    char name[32];
+    std::snprintf(name, sizeof(name), "/dev/%s%d", kind, index);
     return open(name, O_RDWR);
 }
 
@@ -64,7 +64,7 @@ void send_what_find_sends() {
     bool sata[nodes] = {};
     bool flash[nodes] = {};
     for (int i = 0; i < nodes; ++i) {
-        if (const int node = open_node("/dev/sg%d", i); node >= 0) {
+        if (const int node = open_node("sg", i); node >= 0) {
             scsi(node, inquiry);
             sata[i] =
                 std::memcmp(data + 8, "ATA ", 4) == 0 && std::memcmp(data + 16, "Brackenfold M.2", 15) != 0;
@@ -72,14 +72,14 @@ void send_what_find_sends() {
         }
     }
     for (int i = 0; i < nodes; ++i) {
-        if (const int node = open_node("/dev/nvme%d", i); node >= 0) {
+        if (const int node = open_node("nvme", i); node >= 0) {
             flash[i] = true;
             close(node);
         }
     }
     for (int i = 0; i < nodes; ++i) {
         if (sata[i]) {
-            const int node = open_node("/dev/sg%d", i);
+            const int node = open_node("sg", i);
             scsi(node, inquiry);
             scsi(node, identify);
             scsi(node, log_b0);
@@ -88,7 +88,7 @@ void send_what_find_sends() {
     }
     for (int i = 0; i < nodes; ++i) {
         if (flash[i]) {
-            const int node = open_node("/dev/nvme%d", i);
+            const int node = open_node("nvme", i);
             nvme(node, 0x06, 0, 1, 4096);
             nvme(node, 0x06, 1, 0, 4096);
             for (const uint32_t log : {0xE0U, 0x03U, 0x02U}) {
