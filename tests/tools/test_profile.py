@@ -22,10 +22,10 @@ BUILT = {
     "sizes": ([{"capacity": 0x0102030405060708, "size": 480}, {"size": 4, "capacity": 4096}], SIZES)}
 
 
-def run(tmp_path, *arguments):
+def run(tmp_path, *arguments, given=b""):
     done = subprocess.run([os.path.join(os.environ["MIRVOK_BUILD"], "mirvok-profile"), *arguments], cwd=tmp_path,
-                          capture_output=True, timeout=60, check=False)
-    return done.returncode, done.stdout.decode(), done.stderr.decode().replace("mirvok-profile: ", "")
+                          input=given, capture_output=True, timeout=60, check=False)
+    return done.returncode, done.stdout.decode("latin-1"), done.stderr.decode().replace("mirvok-profile: ", "")
 
 
 @pytest.mark.parametrize("kind", BUILT)
@@ -35,15 +35,12 @@ def test_build_gives_exact_bytes_and_dump_gives_them_back(tmp_path, kind):
     assert run(tmp_path, "build", kind, "in", "out") == (0, "", "") and (tmp_path / "out").read_bytes() == built
     status, dumped, _ = run(tmp_path, "dump", kind, "out")
     assert status == 0 and [record | given for record, given in zip(json.loads(dumped), records)] == json.loads(dumped)
-    (tmp_path / "in").write_text(dumped)
-    assert run(tmp_path, "build", kind, "in", "again")[0] == 0 and (tmp_path / "again").read_bytes() == built
+    assert run(tmp_path, "build", kind, "-", "-", given=dumped.encode()) == (0, built.decode("latin-1"), "")
 
 
 @pytest.mark.parametrize("kind, text, complaints", [
-    ("flash", "[}", ["parse error at line 1, column 2: syntax error while parsing value - unexpected '}'; "
-                     "expected '[', '{', or a literal"]),
     ("flash", "{}", ["must be an array of records"]),
-    ("flash", '[1, {"tfru": "123456789", "type": 65536, "size": 1.0, "wait_time": -1, "x": 0, "fw_level": 3}]',
+    ("flash", '[1, {"tfru": "123456789", "type": 65536, "size": 1.0, "wait_time": "1", "x": 0, "fw_level": 3}]',
      ["record 1: must be an object", "record 2: tfru: 9 bytes, must be a text of at most 8 bytes",
       *(f"record 2: {name}: must be a whole number from 0 to 65535" for name in ("type", "size", "wait_time")),
       "record 2: x: unknown field", "record 2: fw_level: must be a text of at most 10 bytes"]),
@@ -51,8 +48,7 @@ def test_build_gives_exact_bytes_and_dump_gives_them_back(tmp_path, kind):
      ["record 1: product_id: holds a character outside U+0001 to U+00FF", "record 2: smart_type: given twice",
       "record 2: product_id: holds a character outside U+0001 to U+00FF"]),
     ("smart", '[{"warranty_gb": 4294967296}]', ["record 1: warranty_gb: must be a whole number from 0 to 4294967295"]),
-    ("sizes", '[{"capacity": 18446744073709551616}]',
-     ["record 1: capacity: must be a whole number from 0 to 18446744073709551615"]),
+    ("sizes", '[{"capacity": -1}]', ["record 1: capacity: must be a whole number from 0 to 18446744073709551615"]),
     *((kind, lambda most=most: "[" + "{}," * most + "{}]", [f"record {most + 1}: one too many, at most {most}"])
       for kind, most in (("flash", 65535), ("smart", 999), ("sizes", 256)))])
 def test_build_names_each_fault_and_writes_nothing(tmp_path, kind, text, complaints):
@@ -78,8 +74,7 @@ def test_dump_refuses_malformed_files(tmp_path, kind, data, complaint):
     ("flash", "part_number product_id fw_level image_name", ("AB", "V", "G1", "full"),
      [("ABC", "W", "G2", "full"), ("AB", "V", "G10", "hollow"), ("ABD", "VX", "", "none"), (" N", "", "2\n", "")],
      """2: part_number: is never reached: record 1 with "AB" comes first
-2: fw_level: "G2" differs from "G1" of record 1 with the same image_name
-3: part_number: repeats the model of record 1
+2: fw_level: "G2" differs from "G1" of record 1 with the same image_name\n3: part_number: repeats the model of record 1
 3: fw_level: "G10" is not as long as "G1" of record 1 with the same product_id
 3: image_name: "hollow" is an empty file in files
 4: part_number: can never match: record 1 takes its drives by part_number, record 1 by product_id
@@ -107,3 +102,6 @@ def test_check_names_what_will_not_work(tmp_path, kind, names, good, bad, findin
         (tmp_path / "in").write_text(json.dumps([dict(zip(names.split(), row)) for row in rows]))
         assert run(tmp_path, "build", kind, "in", "out")[0] == 0 and run(tmp_path, "check", kind, "out") == answer
     assert run(tmp_path, "check", kind, "in")[0] == 2
+    status, found, _ = run(tmp_path, "check", kind, "--json", "-", given=(tmp_path / "out").read_bytes())
+    assert status == 1 and {entry["kind"] for entry in json.loads(found)} == {kind}
+    assert ["out: record {record}: {field}: {message}\n".format(**entry) for entry in json.loads(found)] == lines

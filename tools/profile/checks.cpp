@@ -4,6 +4,7 @@
 #include <cstdint>
 #include <filesystem>
 #include <limits>
+#include <nlohmann/json.hpp>
 #include <unordered_map>
 
 #include "json_form.h"
@@ -244,6 +245,17 @@ std::vector<finding> check_records(const record_set& set, const std::string& ima
     std::stable_sort(found.list.begin(), found.list.end(),
                      [](const finding& one, const finding& other) { return one.record < other.record; });
     return found.list;
+}
+
+std::string findings_to_json(const file_kind& kind, const std::vector<finding>& findings) {
+    using json = nlohmann::ordered_json;
+    json document = json::array();
+    for (const finding& line : findings) {
+        document.push_back(
+            {{"kind", kind.name}, {"record", line.record}, {"field", line.field}, {"message", line.message}});
+    }
+    // The name of a directory in a message may be no UTF-8.
+    return document.dump(2, ' ', true, json::error_handler_t::replace) + "\n";
 }
 
 }  // namespace mirvok

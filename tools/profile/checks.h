@@ -19,4 +19,7 @@ struct finding {
 // profile are looked for.
 std::vector<finding> check_records(const record_set& set, const std::string& images);
 
+// An array of objects with the keys kind, record, field and message; ends with a newline.
+std::string findings_to_json(const file_kind& kind, const std::vector<finding>& findings);
+
 }  // namespace mirvok

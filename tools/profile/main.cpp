@@ -24,6 +24,7 @@ struct arguments {
     std::string input;
     std::string output;
     std::string images;
+    bool json = false;
 };
 
 int complain(const std::string& file, const std::string& message) {
@@ -84,23 +85,24 @@ int run_check(const arguments& given) {
         text += given.input + ": record " + std::to_string(line.record) + ": " + line.field + ": " +
                 line.message + "\n";
     }
-    if (print(text) != EXIT_DONE) {
+    if (print(given.json ? findings_to_json(*set.kind, findings) : text) != EXIT_DONE) {
         return EXIT_TROUBLE;
     }
     return findings.empty() ? EXIT_DONE : EXIT_FAULT;
 }
 
 std::string footer() {
-    std::string text =
-        "JSON: an array of records, each an object. A field left out is 0 or empty. The characters U+0001 "
-        "to\n"
-        "U+00FF of a text stand for the bytes 01h to FFh, so \"\\u00e9\" is the byte E9h.\n";
+    std::string text = R"(The file name - is standard input or output.
+
+JSON: an array of records, each an object. A field left out is 0 or empty. The characters U+0001 to
+U+00FF of a text stand for the bytes 01h to FFh, so "\u00e9" is the byte E9h.
+)";
     for (const file_kind& kind : file_kinds()) {
         text += "\n" + describe_record(kind);
     }
-    return text +
-           "\nExit status: 0 done, 1 a fault in a file (nothing is written then) or a finding of check,\n"
-           "2 wrong usage, or a file that check cannot read.";
+    return text + R"(
+Exit status: 0 done, 1 a fault in a file (nothing is written then) or a finding of check,
+2 wrong usage, or a file that check cannot read.)";
 }
 
 int run(int argc, char** argv) {
@@ -128,6 +130,7 @@ int run(int argc, char** argv) {
                      "directory of the firmware images; files beside FILE.bin by default")
         ->type_name("DIR")
         ->check(CLI::ExistingDirectory);
+    check->add_flag("--json", given.json, "print the findings as a JSON array");
     try {
         app.parse(argc, argv);
     } catch (const CLI::ParseError& error) {
