@@ -97,16 +97,23 @@ std::span<const file_kind> file_kinds() {
 }
 
 const file_kind* find_file_kind(std::string_view name) {
-    for (const file_kind& kind : kinds) {
-        if (name == kind.name) {
-            return &kind;
-        }
-    }
-    return nullptr;
+    const auto is_named = [name](const file_kind& kind) { return name == kind.name; };
+    const auto* const found = std::find_if(std::begin(kinds), std::end(kinds), is_named);
+    return found == std::end(kinds) ? nullptr : found;
+}
+
+const record_field* find_field(const file_kind& kind, std::string_view name) {
+    const auto is_named = [name](const record_field& field) { return name == field.name; };
+    const auto found = std::find_if(kind.fields.begin(), kind.fields.end(), is_named);
+    return found == kind.fields.end() ? nullptr : &*found;
 }
 
 size_t record_count(const record_set& set) {
     return set.bytes.size() / set.kind->record_width;
+}
+
+const uint8_t* record_at(const record_set& set, size_t index) {
+    return set.bytes.data() + index * set.kind->record_width;
 }
 
 std::string load_text(const uint8_t* record, const record_field& field) {

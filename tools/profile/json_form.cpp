@@ -74,12 +74,8 @@ std::string place(size_t number, const json& key) {
 void store_record(uint8_t* record, const file_kind& kind, size_t number, const json& object,
                   std::vector<std::string>& errors) {
     for (const auto& [key, value] : object.items()) {
-        std::string fault = "unknown field";
-        for (const record_field& field : kind.fields) {
-            if (key == field.name) {
-                fault = store_value(record, field, value);
-            }
-        }
+        const record_field* field = find_field(kind, key);
+        const std::string fault = field != nullptr ? store_value(record, *field, value) : "unknown field";
         if (!fault.empty()) {
             errors.push_back(place(number, key) + fault);
         }
@@ -131,7 +127,7 @@ int records_from_json(const std::vector<uint8_t>& text, record_set& set, std::ve
 std::string records_to_json(const record_set& set) {
     json document = json::array();
     for (size_t i = 0; i < record_count(set); ++i) {
-        const uint8_t* record = set.bytes.data() + i * set.kind->record_width;
+        const uint8_t* record = record_at(set, i);
         json object;
         for (const record_field& field : set.kind->fields) {
             if (field.form == field_form::text) {
@@ -143,6 +139,10 @@ std::string records_to_json(const record_set& set) {
         document.push_back(object);
     }
     return document.dump(2, ' ', true) + "\n";
+}
+
+std::string quote(std::string_view bytes) {
+    return json(to_characters(bytes)).dump(-1, ' ', true);
 }
 
 std::string describe_record(const file_kind& kind) {
