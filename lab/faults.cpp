@@ -27,7 +27,7 @@ constexpr number_name errors[] = {
 };
 
 constexpr number_name signals[] = {
-    {SIGINT, "INT"},   {SIGTERM, "TERM"}, {SIGHUP, "HUP"},
+    {SIGINT, "INT"},   {SIGTERM, "TERM"}, {SIGHUP, "HUP"},   {SIGTSTP, "TSTP"},
     {SIGQUIT, "QUIT"}, {SIGKILL, "KILL"}, {SIGPIPE, "PIPE"},
 };
 

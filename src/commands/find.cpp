@@ -1,6 +1,7 @@
 #include "commands/find.h"
 
 #include <cstdio>
+#include <cstdlib>
 
 #include "commands/banner.h"
 #include "common/diagnostics.h"
@@ -70,6 +71,7 @@ int run_find_drives(int argc, char** argv) {
         init_storage_lib(&lib);
         rc = find_drives(&program, &lib);
         un_init_storage_lib(&lib);
+        std::free(program.profile);
     }
     TRACE_PRINT("Exiting %s, rc = %d", __func__, rc);
     return rc;

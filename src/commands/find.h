@@ -8,7 +8,7 @@
 namespace mirvok {
 
 struct _find_program {
-    mirvok::profile* profile;  // kept until the process ends
+    mirvok::profile* profile;
     drive drives[max_drives];
     char profile_file[64];
     uint16_t drive_count;  // slots of `drives` in use

@@ -6,6 +6,7 @@
 #include <cstring>
 
 #include "commands/find.h"
+#include "commands/flash.h"
 #include "common/diagnostics.h"
 
 namespace mirvok {
@@ -85,6 +86,8 @@ int run(int argc, char** argv) {
         case OPERATION_FIND:
             run_find_drives(argc, argv);
             return 0;
+        case OPERATION_FLASH:
+            return run_flash_drives(argc, argv);
         case OPERATION_UNKNOWN:
             TRACE_PRINT("unknown operation");
             return 0;

@@ -38,7 +38,9 @@ struct temporary_file {
     std::string path = testing::TempDir() + "mirvok-" + std::to_string(getpid());
     explicit temporary_file(const bytes& content) {
         std::FILE* file = std::fopen(path.c_str(), "wb");
-        std::fwrite(content.data(), 1, content.size(), file);
+        for (const uint8_t byte : content) {
+            std::fputc(byte, file);
+        }
         std::fclose(file);
     }
     temporary_file(const temporary_file&) = delete;

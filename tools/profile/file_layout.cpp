@@ -20,6 +20,13 @@ constexpr record_field flash_fields[] = {
     {"tpro", 98, 12, text},       {"tfru", 110, 8, text},       {"size", 126, 2, number},
 };
 
+constexpr record_field smart_fields[] = {
+    {"part_number", 0, 12, text},      {"product_id", 12, 32, text},    {"drive_type", 46, 2, number},
+    {"life_threshold", 48, 2, number}, {"life_attr_id", 50, 2, number}, {"written_attr_id", 52, 2, number},
+    {"warranty_gb", 54, 4, number},    {"temp_attr_id", 58, 2, number}, {"spec_max_temp", 60, 2, number},
+    {"smart_type", 62, 2, number},
+};
+
 constexpr record_field sizes_fields[] = {
     {"capacity", 0, 8, high_low},
     {"size", 8, 2, number},
@@ -39,6 +46,20 @@ constexpr file_kind kinds[] = {
         .example = R"({"part_number": "ABC1234", "product_id": "VX480", "type": 16, "wait_time": 5,
    "fw_level": "G3A1", "image_name": "vx480_g3a1.bin", "spare_text1": "", "spare_text2": "",
    "spare_text3": "", "tpro": "", "tfru": "", "size": 480})",
+    },
+    {
+        .name = "smart",
+        .header_width = 4,
+        .record_width = 64,
+        .trailer_width = 8,
+        .count_offset = 0,
+        .max_records = 999,
+        .signature = 0xDEBEBEDE,
+        .distance_offset = 0,
+        .fields = smart_fields,
+        .example = R"({"part_number": "ABC1234", "product_id": "VX480", "drive_type": 17,
+   "life_threshold": 10, "life_attr_id": 231, "written_attr_id": 241, "warranty_gb": 876000,
+   "temp_attr_id": 194, "spec_max_temp": 70, "smart_type": 2})",
     },
     {
         .name = "sizes",
@@ -76,16 +97,23 @@ std::span<const file_kind> file_kinds() {
 }
 
 const file_kind* find_file_kind(std::string_view name) {
-    for (const file_kind& kind : kinds) {
-        if (name == kind.name) {
-            return &kind;
-        }
-    }
-    return nullptr;
+    const auto is_named = [name](const file_kind& kind) { return name == kind.name; };
+    const auto* const found = std::find_if(std::begin(kinds), std::end(kinds), is_named);
+    return found == std::end(kinds) ? nullptr : found;
+}
+
+const record_field* find_field(const file_kind& kind, std::string_view name) {
+    const auto is_named = [name](const record_field& field) { return name == field.name; };
+    const auto found = std::find_if(kind.fields.begin(), kind.fields.end(), is_named);
+    return found == kind.fields.end() ? nullptr : &*found;
 }
 
 size_t record_count(const record_set& set) {
     return set.bytes.size() / set.kind->record_width;
+}
+
+const uint8_t* record_at(const record_set& set, size_t index) {
+    return set.bytes.data() + index * set.kind->record_width;
 }
 
 std::string load_text(const uint8_t* record, const record_field& field) {

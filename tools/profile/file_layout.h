@@ -48,7 +48,12 @@ std::span<const file_kind> file_kinds();
 // Null when there is no such kind.
 const file_kind* find_file_kind(std::string_view name);
 
+// Null when the kind has no such field.
+const record_field* find_field(const file_kind& kind, std::string_view name);
+
 size_t record_count(const record_set& set);
+// The record's bytes, counted from 0.
+const uint8_t* record_at(const record_set& set, size_t index);
 
 // The field's bytes up to its first NUL.
 std::string load_text(const uint8_t* record, const record_field& field);

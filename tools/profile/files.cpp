@@ -26,7 +26,7 @@ int fill(int descriptor, const std::vector<uint8_t>& bytes) {
         }
         done += written > 0 ? static_cast<size_t>(written) : 0;
     }
-    return fsync(descriptor) != 0 ? 1 : 0;
+    return 0;
 }
 
 // What the file has now, or what the process gives to new files.
@@ -43,7 +43,7 @@ mode_t file_mode(const char* path) {
 }  // namespace
 
 int read_file(const std::string& path, std::vector<uint8_t>& bytes, std::string& error) {
-    std::FILE* file = std::fopen(path.c_str(), "rb");
+    std::FILE* file = path == "-" ? stdin : std::fopen(path.c_str(), "rb");
     if (file == nullptr) {
         error = std::strerror(errno);
         return 1;
@@ -59,11 +59,19 @@ int read_file(const std::string& path, std::vector<uint8_t>& bytes, std::string&
     } else if (bytes.size() > largest_file) {
         error = "more than " + std::to_string(largest_file) + " bytes";
     }
-    std::fclose(file);
+    if (file != stdin) {
+        std::fclose(file);
+    }
     return error.empty() ? 0 : 1;
 }
 
 int write_file(const std::string& path, const std::vector<uint8_t>& bytes, std::string& error) {
+    if (path == "-") {
+        if (fill(STDOUT_FILENO, bytes) != 0) {
+            error = std::strerror(errno);
+        }
+        return error.empty() ? 0 : 1;
+    }
     std::error_code code;
     fs::path target = path;
     if (fs::is_symlink(target, code)) {
@@ -83,8 +91,9 @@ int write_file(const std::string& path, const std::vector<uint8_t>& bytes, std::
         error = std::strerror(errno);
         return 1;
     }
-    bool failed = fill(descriptor, bytes) != 0 || fchmod(descriptor, file_mode(target.c_str())) != 0 ||
-                  std::rename(temporary.c_str(), target.c_str()) != 0;
+    const bool failed = fill(descriptor, bytes) != 0 || fsync(descriptor) != 0 ||
+                        fchmod(descriptor, file_mode(target.c_str())) != 0 ||
+                        std::rename(temporary.c_str(), target.c_str()) != 0;
     if (failed) {
         error = std::strerror(errno);
         unlink(temporary.c_str());

@@ -1,4 +1,5 @@
-// Whole files: read into memory, and written so that no half-made file is ever seen under its name.
+// Whole files: read into memory, and written so that no half-made file is ever seen under its name. The path
+// "-" is standard input or output.
 #pragma once
 
 #include <cstdint>

@@ -74,67 +74,52 @@ std::string place(size_t number, const json& key) {
 void store_record(uint8_t* record, const file_kind& kind, size_t number, const json& object,
                   std::vector<std::string>& errors) {
     for (const auto& [key, value] : object.items()) {
-        std::string fault = "unknown field";
-        for (const record_field& field : kind.fields) {
-            if (key == field.name) {
-                fault = store_value(record, field, value);
-            }
-        }
+        const record_field* field = find_field(kind, key);
+        const std::string fault = field != nullptr ? store_value(record, *field, value) : "unknown field";
         if (!fault.empty()) {
             errors.push_back(place(number, key) + fault);
         }
     }
 }
 
-// The document, with a complaint about each key that a record gives twice: it would hide the first value.
-int parse(const std::vector<uint8_t>& text, json& document, std::vector<std::string>& errors) {
-    size_t number = 0;
-    std::set<std::string> keys;
-    const auto watch = [&](int depth, json::parse_event_t event, json& parsed) {
-        using enum nlohmann::detail::parse_event_t;
-        if (depth == 1 && (event == object_start || event == array_start || event == value)) {
-            ++number;
-            keys.clear();
-        } else if (depth == 2 && event == key && !keys.insert(parsed.get<std::string>()).second) {
-            errors.push_back(place(number, parsed) + "given twice");
-        }
-        return true;
-    };
-    try {
-        document = json::parse(text, watch);
-    } catch (const json::exception& exception) {
-        const std::string_view what = exception.what();  // "[name of the exception] message"
-        errors.assign(1, std::string(what.substr(what.find("] ") + 2)));
-        return 1;
+void append_record(record_set& set, size_t number, const json& value, std::vector<std::string>& errors) {
+    const size_t width = set.kind->record_width;
+    const size_t most = set.kind->max_records;
+    if (number == most + 1) {
+        errors.push_back("record " + std::to_string(number) + ": one too many, at most " +
+                         std::to_string(most));
+    } else if (number <= most && !value.is_object()) {
+        errors.push_back("record " + std::to_string(number) + ": must be an object");
+    } else if (number <= most) {
+        set.bytes.resize(number * width);
+        store_record(set.bytes.data() + (number - 1) * width, *set.kind, number, value, errors);
     }
-    return 0;
 }
 
 }  // namespace
 
 int records_from_json(const std::vector<uint8_t>& text, record_set& set, std::vector<std::string>& errors) {
-    json document;
-    if (parse(text, document, errors) != 0) {
-        return 1;
-    }
-    if (!document.is_array()) {
-        errors.assign(1, "must be an array of records");
-        return 1;
-    }
-    const file_kind& kind = *set.kind;
-    if (document.size() > kind.max_records) {
-        errors.push_back("record " + std::to_string(kind.max_records + 1) + ": one too many, at most " +
-                         std::to_string(kind.max_records));
-        return 1;
-    }
-    set.bytes.resize(document.size() * kind.record_width);
-    uint8_t* record = set.bytes.data();
-    for (size_t i = 0; i < document.size(); ++i, record += kind.record_width) {
-        if (document[i].is_object()) {
-            store_record(record, kind, i + 1, document[i], errors);
-        } else {
-            errors.push_back("record " + std::to_string(i + 1) + ": must be an object");
+    size_t number = 0;
+    std::set<std::string> keys;  // of the record that is being read
+    const auto take = [&](int depth, json::parse_event_t event, json& parsed) {
+        using enum nlohmann::detail::parse_event_t;
+        if (depth == 1 && event == object_start) {
+            keys.clear();
+        } else if (depth == 2 && event == key && !keys.insert(parsed.get<std::string>()).second) {
+            errors.push_back(place(number + 1, parsed) + "given twice");
+        } else if (depth == 1 && (event == object_end || event == array_end || event == value)) {
+            append_record(set, ++number, parsed, errors);
+            return false;  // what was stored need not stay in the document
         }
+        return true;
+    };
+    try {
+        if (!json::parse(text, take).is_array()) {
+            errors.assign(1, "must be an array of records");
+        }
+    } catch (const json::exception& exception) {
+        const std::string_view what = exception.what();  // "[name of the exception] message"
+        errors.assign(1, std::string(what.substr(what.find("] ") + 2)));
     }
     return errors.empty() ? 0 : 1;
 }
@@ -142,7 +127,7 @@ int records_from_json(const std::vector<uint8_t>& text, record_set& set, std::ve
 std::string records_to_json(const record_set& set) {
     json document = json::array();
     for (size_t i = 0; i < record_count(set); ++i) {
-        const uint8_t* record = set.bytes.data() + i * set.kind->record_width;
+        const uint8_t* record = record_at(set, i);
         json object;
         for (const record_field& field : set.kind->fields) {
             if (field.form == field_form::text) {
@@ -154,6 +139,10 @@ std::string records_to_json(const record_set& set) {
         document.push_back(object);
     }
     return document.dump(2, ' ', true) + "\n";
+}
+
+std::string quote(std::string_view bytes) {
+    return json(to_characters(bytes)).dump(-1, ' ', true);
 }
 
 std::string describe_record(const file_kind& kind) {

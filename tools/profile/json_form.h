@@ -17,6 +17,9 @@ int records_from_json(const std::vector<uint8_t>& json, record_set& set, std::ve
 // Every field of every record, in the order of the file; ASCII alone, ends with a newline.
 std::string records_to_json(const record_set& set);
 
+// The text of these bytes as a JSON string, for messages.
+std::string quote(std::string_view bytes);
+
 // What a record looks like: the example of the kind and the room of its fields.
 std::string describe_record(const file_kind& kind);
 

@@ -1,7 +1,10 @@
-// mirvok-profile: makes the binary data files of mirvok from JSON, and prints them as JSON.
+// mirvok-profile: makes the binary data files of mirvok from JSON, prints them as JSON, and checks what they
+// say.
 #include <CLI/CLI.hpp>
 #include <cstdio>
+#include <filesystem>
 
+#include "checks.h"
 #include "file_layout.h"
 #include "files.h"
 #include "json_form.h"
@@ -12,14 +15,16 @@ using namespace mirvok;
 
 enum exit_status {
     EXIT_DONE = 0,
-    EXIT_FAULT = 1,
-    EXIT_USAGE = 2,
+    EXIT_FAULT = 1,    // a file is at fault, or check found something
+    EXIT_TROUBLE = 2,  // wrong usage, or check cannot read its file
 };
 
 struct arguments {
     std::string kind;
     std::string input;
     std::string output;
+    std::string images;
+    bool json = false;
 };
 
 int complain(const std::string& file, const std::string& message) {
@@ -54,29 +59,55 @@ int run_build(const arguments& given) {
     return EXIT_DONE;
 }
 
-int run_dump(const arguments& given) {
-    record_set set = {find_file_kind(given.kind), {}};
+int load(const arguments& given, record_set& set) {
     std::vector<uint8_t> file;
     std::string error;
     if (read_file(given.input, file, error) != 0 || take_records(file, set, error) != 0) {
         return complain(given.input, error);
     }
-    return print(records_to_json(set));
+    return EXIT_DONE;
+}
+
+int run_dump(const arguments& given) {
+    record_set set = {find_file_kind(given.kind), {}};
+    return load(given, set) == EXIT_DONE ? print(records_to_json(set)) : EXIT_FAULT;
+}
+
+int run_check(const arguments& given) {
+    record_set set = {find_file_kind(given.kind), {}};
+    if (load(given, set) != EXIT_DONE) {
+        return EXIT_TROUBLE;
+    }
+    const auto beside = std::filesystem::path(given.input).parent_path() / "files";
+    const auto findings = check_records(set, given.images.empty() ? beside.string() : given.images);
+    std::string text;
+    for (const finding& line : findings) {
+        text += given.input + ": record " + std::to_string(line.record) + ": " + line.field + ": " +
+                line.message + "\n";
+    }
+    if (print(given.json ? findings_to_json(*set.kind, findings) : text) != EXIT_DONE) {
+        return EXIT_TROUBLE;
+    }
+    return findings.empty() ? EXIT_DONE : EXIT_FAULT;
 }
 
 std::string footer() {
-    std::string text =
-        "JSON: an array of records, each an object. A field left out is 0 or empty. The characters U+0001 "
-        "to\n"
-        "U+00FF of a text stand for the bytes 01h to FFh, so \"\\u00e9\" is the byte E9h.\n";
+    std::string text = R"(The file name - is standard input or output.
+
+JSON: an array of records, each an object. A field left out is 0 or empty. The characters U+0001 to
+U+00FF of a text stand for the bytes 01h to FFh, so "\u00e9" is the byte E9h.
+)";
     for (const file_kind& kind : file_kinds()) {
         text += "\n" + describe_record(kind);
     }
-    return text + "\nExit status: 0 done, 1 a fault in a file (nothing was written then), 2 wrong usage.";
+    return text + R"(
+Exit status: 0 done, 1 a fault in a file (nothing is written then) or a finding of check,
+2 wrong usage, or a file that check cannot read.)";
 }
 
 int run(int argc, char** argv) {
-    CLI::App app("Makes the data files of mirvok from JSON, and prints them as JSON.", "mirvok-profile");
+    CLI::App app("Makes the data files of mirvok from JSON, prints them as JSON, and checks them.",
+                 "mirvok-profile");
     app.require_subcommand(1);
     app.footer(footer());  // before the commands, which take it over
     arguments given;
@@ -92,11 +123,21 @@ int run(int argc, char** argv) {
     };
     CLI::App* build = add_command("build", "make OUT.bin from the records in IN.json", "IN.json");
     build->add_option("OUT.bin", given.output, "file to make or replace")->required();
-    const CLI::App* dump = add_command("dump", "print the records of FILE.bin as JSON", "FILE.bin");
+    CLI::App* dump = add_command("dump", "print the records of FILE.bin as JSON", "FILE.bin");
+    CLI::App* check = add_command("check", "print what will not work in FILE.bin, a line each", "FILE.bin");
+    check
+        ->add_option("--files", given.images,
+                     "directory of the firmware images; files beside FILE.bin by default")
+        ->type_name("DIR")
+        ->check(CLI::ExistingDirectory);
+    check->add_flag("--json", given.json, "print the findings as a JSON array");
     try {
         app.parse(argc, argv);
     } catch (const CLI::ParseError& error) {
-        return app.exit(error) == 0 ? EXIT_DONE : EXIT_USAGE;
+        return app.exit(error) == 0 ? EXIT_DONE : EXIT_TROUBLE;
+    }
+    if (check->parsed()) {
+        return run_check(given);
     }
     return dump->parsed() ? run_dump(given) : run_build(given);
 }
@@ -107,6 +148,7 @@ int main(int argc, char** argv) {
     try {
         return run(argc, argv);
     } catch (const std::exception& exception) {
-        return complain("failed", exception.what());
+        complain("failed", exception.what());
+        return EXIT_TROUBLE;
     }
 }

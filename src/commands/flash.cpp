@@ -1,0 +1,341 @@
+#include "commands/flash.h"
+
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+
+#include "commands/banner.h"
+#include "commands/flash_report.h"
+#include "common/diagnostics.h"
+#include "common/options.h"
+#include "common/signals.h"
+#include "common/text.h"
+#include "storage/firmware_download.h"
+#include "storage/identification.h"
+#include "storage/inventory.h"
+#include "storage/vendor_checks.h"
+
+namespace mirvok {
+
+namespace {
+
+constexpr uint32_t message_unpaired = 4;
+constexpr uint32_t message_no_profile = 5;
+
+// Drives with these identification texts report a level of the series S that counts as series G.
+constexpr char series_s_drives[][8] = {"47Q8841", "47Q8842", "47Q8843"};
+
+// Copies an option's text whole; one that does not fit is refused by name.
+template <size_t Capacity>
+int take_text(const char* program_name, const char* option_name, char (&field)[Capacity]) {
+    if (std::strlen(optarg) >= Capacity) {
+        std::fprintf(stderr, "%s: option `%s' takes at most %zu characters\n", program_name, option_name,
+                     Capacity - 1);
+        return FLASH_STATUS_BAD_OPTIONS;
+    }
+    copy_text(field, optarg);
+    return 0;
+}
+
+int take_option(const char* program_name, int character, flash* program) {
+    switch (character) {
+        case 'a':
+            program->adapter = std::atoi(optarg);
+            program->adapter_set = 1;
+            return 0;
+        case 's':
+            program->slot = std::atoi(optarg);
+            program->slot_set = 1;
+            return 0;
+        case 'b':
+            return take_text(program_name, "--profile", program->profile_file);
+        case 'f':
+            return take_text(program_name, "-f", program->fw_file);
+        case 'l':
+            program->log_on = 1;
+            return take_text(program_name, "--log", program->log_file);
+        default:
+            return 0;
+    }
+}
+
+bool is_updated_state(uint16_t status) {
+    return status == PD_STATUS_UNCONFIGURED_GOOD || status == PD_STATUS_ONLINE || status == PD_STATUS_JBOD;
+}
+
+void normalise_series(_pd_info* pd) {
+    for (const char* text : series_s_drives) {
+        if (std::strncmp(pd->dummy, text, 7) == 0 && pd->code_level[0] == 'S') {
+            pd->code_level[0] = 'G';
+        }
+    }
+}
+
+bool is_selected(const flash* program, const _pd_info* pd) {
+    return program->adapter_set == 0 || (program->adapter >= 0 && program->slot >= 0 &&
+                                         static_cast<uint32_t>(program->adapter) == pd->ctrl->ctrl_num &&
+                                         static_cast<uint32_t>(program->slot) == pd->device_id);
+}
+
+uint32_t count_selected(const flash* program, const _storage_lib* lib) {
+    uint32_t count = 0;
+    for (uint32_t i = 0; i < lib->pd_count; ++i) {
+        count += is_selected(program, &lib->pd_list[i]) ? 1 : 0;
+    }
+    return count;
+}
+
+// The drive is asked for its level again, except an NVMe drive, which runs it only after the next reset.
+void verify_level(drive* slot) {
+    _pd_info* pd = slot->pd;
+    if (pd->protocol == PD_PROTOCOL_NVME) {
+        copy_text(pd->code_level, slot->record->fw_level);
+        return;
+    }
+    get_pd_information(pd);
+    if (compare_code_level(pd->code_level, static_cast<uint32_t>(std::strlen(pd->code_level)),
+                           slot->record->fw_level,
+                           static_cast<uint32_t>(std::strlen(slot->record->fw_level))) != 0) {
+        slot->failed = 1;
+        slot->result = RESULT_LEVEL_MISMATCH;
+    }
+}
+
+void update_drive(drive* slot) {
+    slot->result = static_cast<uint32_t>(flash_pd_fw(slot->pd, slot->record));
+    if (slot->result != 0) {
+        slot->failed = 1;
+    } else {
+        verify_level(slot);
+    }
+    sleep_wait(slot->record->wait_time);
+}
+
+// Both halves of a listed drive's line, and its update between them.
+void handle_drive(flash* program, drive* slot, bool matched) {
+    const int index = static_cast<int>(program->drive_count) + 1;
+    if (matched && slot->pd->size == 0) {
+        slot->pd->size = slot->record->size;
+    }
+    print_drive_info(slot, 0, index);
+    std::fflush(stdout);
+    if (matched) {
+        slot->found = 1;
+        if (program->force != 0) {
+            slot->update = 1;
+        } else {
+            check_is_update(slot);
+        }
+    }
+    if (slot->update == 1) {
+        hold_stop_signal();
+        update_drive(slot);
+    }
+    print_drive_info(slot, 1, index);
+    std::fflush(stdout);
+    release_stop_signal();
+    ++program->drive_count;
+}
+
+void flash_drive(flash* program, _pd_info* pd) {
+    drive* slot = &program->drives[program->drive_count];
+    *slot = {};
+    if (get_pd_information(pd) == RESULT_IDENTIFY_FAILED) {
+        TRACE_PRINT("Get SATA Identify Fail.");
+        return;
+    }
+    std::fflush(stdout);
+    if (check_serial_number(pd) != 0) {
+        TRACE_PRINT("duplicate");
+        return;
+    }
+    slot->pd = pd;
+    const bool matched = lookup_drive(program->profile, slot) == 0;
+    handle_drive(program, slot, matched);
+}
+
+int flash_drives(flash* program, _storage_lib* lib) {
+    if (count_selected(program, lib) == 0) {
+        TRACE_PRINT("pd count == 0");
+        std::printf("No Physical Disk found\n\n");
+        return FLASH_STATUS_NO_DRIVE;
+    }
+    program->ctrl_list = lib->ctrl_list;
+    program->ctrl_count = lib->ctrl_count;
+    for (uint32_t i = 0; i < lib->pd_count && held_signal() == 0; ++i) {
+        _pd_info* pd = &lib->pd_list[i];
+        if (is_selected(program, pd)) {
+            flash_drive(program, pd);
+        } else {
+            TRACE_PRINT("not selected: A:%d S:%d", static_cast<int>(pd->ctrl->ctrl_num), pd->device_id);
+        }
+    }
+    print_update_result(program);
+    if (held_signal() != 0) {
+        return 128 + held_signal();
+    }
+    return program->error_count != 0 ? FLASH_STATUS_FAILED : FLASH_STATUS_OK;
+}
+
+int flash_by_profile(flash* program) {
+    if (load_profile(program->profile_file, &program->profile) != 0) {
+        print_error_msg(message_no_profile);
+        return FLASH_STATUS_NO_PROFILE;
+    }
+    _storage_lib lib = {};
+    init_storage_lib(&lib);
+    const int rc = flash_drives(program, &lib);
+    un_init_storage_lib(&lib);
+    return rc;
+}
+
+}  // namespace
+
+int run_flash_drives(int argc, char** argv) {
+    TRACE_PRINT("Entering %s", __func__);
+    hold_signals();
+    mirvok::flash program;
+    init_program(&program);
+    int rc = parse_command_line(argc, argv, &program);
+    if (program.log_on != 0 && rc == 0) {
+        init_log(program.log_file);
+    }
+    const int message = check_params(&program);
+    print_banner("FLASH");
+    if (message != 0) {
+        print_error_msg(static_cast<uint32_t>(message));
+        rc = FLASH_STATUS_BAD_OPTIONS;
+    }
+    if (rc == 0) {
+        rc = flash_by_profile(&program);
+    }
+    un_init_program(&program);
+    TRACE_PRINT("Exiting %s, rc = %d", __func__, rc);
+    return rc;
+}
+
+void init_program(flash* program) {
+    TRACE_PRINT("Entering %s", __func__);
+    // Each slot of `drives` is cleared when its drive is examined.
+    copy_text(program->profile_file, "");
+    program->profile = nullptr;
+    program->ctrl_list = nullptr;
+    program->ctrl_count = 0;
+    program->drive_count = 0;
+    program->error_count = 0;
+    program->param_error = 0;
+    program->param_message = 0;
+    program->adapter = 0;
+    program->adapter_set = 0;
+    program->slot = 0;
+    program->slot_set = 0;
+    copy_text(program->fw_file, "");
+    copy_text(program->log_file, "");
+    program->log_on = 0;
+    program->force = 0;
+    program->all = 0;
+    TRACE_PRINT("Exiting %s", __func__);
+}
+
+int parse_command_line(int argc, char** argv, flash* program) {
+    TRACE_PRINT("Entering %s", __func__);
+    // Options that are accepted and have no effect here set `unused`.
+    static int unused = 0;
+    static int debug = 0;
+    static int force = 0;
+    static int all = 0;
+    static const option options[] = {
+        {"help", OPTION_NO_ARGUMENT, nullptr, 'h'},       {"usage", OPTION_NO_ARGUMENT, nullptr, 'h'},
+        {"debug", OPTION_NO_ARGUMENT, &debug, 1},         {"adapter", OPTION_REQUIRED_ARGUMENT, nullptr, 'a'},
+        {"slot", OPTION_REQUIRED_ARGUMENT, nullptr, 's'}, {"profile", OPTION_REQUIRED_ARGUMENT, nullptr, 'b'},
+        {"force", OPTION_NO_ARGUMENT, &force, 1},         {"all", OPTION_NO_ARGUMENT, &all, 1},
+        {"log", OPTION_REQUIRED_ARGUMENT, nullptr, 'l'},  {"os", OPTION_NO_ARGUMENT, &unused, 1},
+        {"verbose", OPTION_NO_ARGUMENT, &unused, 1},      {nullptr, OPTION_NO_ARGUMENT, nullptr, 0},
+    };
+    TRACE_PRINT("debug:%d,force:%d,program->force:%d", debug, force, program->force);
+    int rc = 0;
+    int character = 0;
+    while ((character = getopt_long(argc, argv, "a:s:b:f:l:hdc", options, nullptr)) != -1) {
+        TRACE_PRINT("ch=%Xh,optarg=%s\n", static_cast<unsigned int>(character),
+                    optarg != nullptr ? optarg : "(null)");
+        if (take_option(argv[0], character, program) != 0) {
+            rc = FLASH_STATUS_BAD_OPTIONS;
+        }
+    }
+    program->force = static_cast<uint16_t>(force);
+    program->all = static_cast<uint16_t>(all);
+    TRACE_PRINT("Exiting %s, rc = %d", __func__, rc);
+    return rc;
+}
+
+int check_params(flash* program) {
+    TRACE_PRINT("Entering %s", __func__);
+    int rc = 0;
+    if (program->profile_file[0] == '\0') {
+        copy_text(program->profile_file, "flashdrv.bin");
+    }
+    if (program->adapter_set != program->slot_set) {
+        program->param_error = 1;
+        program->param_message = message_unpaired;
+        rc = message_unpaired;
+    }
+    TRACE_PRINT("Exiting %s, rc = %d", __func__, rc);
+    return rc;
+}
+
+void un_init_program(flash* program) {
+    TRACE_PRINT("Entering %s", __func__);
+    for (uint32_t i = 0; i < program->drive_count; ++i) {
+        program->drives[i] = {};
+    }
+    program->drive_count = 0;
+    std::free(program->profile);
+    program->profile = nullptr;
+    if (program->log_on != 0) {
+        uninit_log();
+    }
+    TRACE_PRINT("Exiting %s", __func__);
+}
+
+void check_is_update(drive* slot) {
+    TRACE_PRINT("Entering %s", __func__);
+    _pd_info* pd = slot->pd;
+    const char* level = slot->record->fw_level;
+    slot->update = 0;
+    if (pd->ctrl->vendor == VENDOR_AVAGO && !is_updated_state(pd->status)) {
+        slot->result = RESULT_STATE_NOT_SUPPORTED;
+    } else {
+        TRACE_PRINT("profile level:%s,len:%zu,drive level:%s,len:%zu", level, std::strlen(level),
+                    pd->code_level, std::strlen(pd->code_level));
+        normalise_series(pd);
+        if (std::strncmp(level, pd->code_level, std::strlen(level)) <= 0) {
+            slot->result = 0;
+        } else if (pd->fw_download_not_allowed == 1) {
+            TRACE_PRINT("drive fw download is not allowed");
+            slot->result = RESULT_UPDATE_NOT_ALLOWED;
+        } else {
+            slot->update = 1;
+        }
+    }
+    TRACE_PRINT("Exiting %s, flash=%d, rc = %d", __func__, slot->update, static_cast<int>(slot->result));
+}
+
+int compare_code_level(const char* current, uint32_t current_length, const char* expected,
+                       uint32_t expected_length) {
+    TRACE_PRINT("Entering %s", __func__);
+    const int rc = current_length != expected_length ? 2 : std::memcmp(current, expected, current_length);
+    TRACE_PRINT("Exiting %s, rc = %d", __func__, rc);
+    return rc;
+}
+
+void print_error_msg(uint32_t code) {
+    TRACE_PRINT("Entering %s", __func__);
+    if (code == message_unpaired) {
+        std::printf("Bad Command: parameters A and S should be exists at the same time\n");
+    } else if (code == message_no_profile) {
+        std::printf("Flash Fail: Profile is lost\n");
+    }
+    TRACE_PRINT("Exiting %s", __func__);
+}
+
+}  // namespace mirvok

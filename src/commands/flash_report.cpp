@@ -1,0 +1,202 @@
+#include "commands/flash_report.h"
+
+#include <cstdio>
+
+#include "common/diagnostics.h"
+
+namespace mirvok {
+
+namespace {
+
+enum text_argument_t { ARGUMENT_NONE, ARGUMENT_IMAGE, ARGUMENT_CODE };
+
+// The text of a result code: on the screen, in the log, and what follows it.
+struct result_text {
+    uint32_t code;
+    const char* screen;
+    const char* log;
+    text_argument_t argument;
+};
+
+constexpr char text_image_lost[] = "firmware file lost:";
+constexpr char text_mismatch[] = "firmware code level is mismatch with expected";
+constexpr char text_not_allowed[] =
+    "firmware update is not allowed on this pd, please try update again later";
+constexpr char text_failed[] = "firmware download fail, error=";
+constexpr char text_unreadable[] = "load firmware file fail:";
+constexpr char text_controller[] =
+    "ctroller don't allow firmware update on this pd now, please try update again later";
+constexpr char text_state[] = "firmware update status is not supported now, please try update again later";
+constexpr char text_protocol[] = "PD is not SAS,SATA,NVME type, not supported";
+constexpr char text_protocol_log[] = "firmware update is not supported on this pd";
+
+// Texts of a failed download.
+constexpr result_text failure_texts[] = {
+    {RESULT_IMAGE_LOST, text_image_lost, text_image_lost, ARGUMENT_IMAGE},
+    {RESULT_LEVEL_MISMATCH, text_mismatch, text_mismatch, ARGUMENT_NONE},
+    {RESULT_UPDATE_NOT_ALLOWED, text_not_allowed, text_not_allowed, ARGUMENT_NONE},
+    {RESULT_DOWNLOAD_FAILED, text_failed, text_failed, ARGUMENT_CODE},
+    {RESULT_IMAGE_UNREADABLE, text_unreadable, text_unreadable, ARGUMENT_IMAGE},
+    {RESULT_CONTROLLER_REFUSES, text_controller, text_controller, ARGUMENT_NONE},
+    {RESULT_NO_DRIVE_INFORMATION, text_failed, text_failed, ARGUMENT_CODE},
+    {RESULT_STATE_NOT_SUPPORTED, text_state, text_state, ARGUMENT_NONE},
+    {RESULT_PROTOCOL_NOT_SUPPORTED, text_protocol, text_protocol_log, ARGUMENT_NONE},
+};
+
+// Texts of a drive that was not downloaded to; every other code shows that the drive is up to date.
+constexpr result_text refusal_texts[] = {
+    {RESULT_CONTROLLER_REFUSES, text_controller, text_controller, ARGUMENT_NONE},
+    {RESULT_PROTOCOL_NOT_SUPPORTED, text_protocol, text_protocol_log, ARGUMENT_NONE},
+    {RESULT_UPDATE_NOT_ALLOWED, text_not_allowed, text_not_allowed, ARGUMENT_NONE},
+};
+constexpr result_text text_latest = {0, "Flash: Latest", "Flash: Latest", ARGUMENT_NONE};
+constexpr result_text text_number = {0, "", "", ARGUMENT_CODE};
+
+template <size_t Count>
+const result_text& find_text(const result_text (&texts)[Count], uint32_t code, const result_text& other) {
+    for (const result_text& row : texts) {
+        if (row.code == code) {
+            return row;
+        }
+    }
+    return other;
+}
+
+void report_result(const drive* slot, const result_text& row) {
+    std::printf("%s", row.screen);
+    TRACE_LOG("%s", row.log);
+    if (row.argument == ARGUMENT_IMAGE) {
+        report("%s", slot->record->image_name);
+    } else if (row.argument == ARGUMENT_CODE) {
+        report("%d", static_cast<int>(slot->result));
+    }
+}
+
+void print_first_half(const drive* slot, int index) {
+    const _pd_info* pd = slot->pd;
+    report(" %2d A:%3d S:%3d %s:%s-%s SNo:%8s ", index, static_cast<int>(pd->ctrl->ctrl_num), pd->device_id,
+           pd->part_number, pd->dummy, pd->fru, pd->serial_number);
+}
+
+void print_second_half(const drive* slot) {
+    report("FW:%s size:%dGB ", slot->pd->code_level, slot->pd->size);
+    if (slot->found == 0) {
+        report("NS");
+    } else if (slot->update == 0) {
+        report_result(slot, find_text(refusal_texts, slot->result, text_latest));
+    } else if (slot->failed == 1) {
+        report("Flash: Fail(");
+        report_result(slot, find_text(failure_texts, slot->result, text_number));
+        report(")");
+    } else {
+        report("Flash: Success");
+    }
+    report("\n");
+}
+
+struct type_label {
+    ctrl_type_t type;
+    const char* label;
+};
+
+constexpr type_label type_labels[] = {
+    {CTRL_TYPE_HOST, "HOST"}, {CTRL_TYPE_MR, "MR"},           {CTRL_TYPE_IR, "IR"},
+    {CTRL_TYPE_IR2, "IR2"},   {CTRL_TYPE_IR3, "IR3"},         {CTRL_TYPE_IT, "IT"},
+    {CTRL_TYPE_NVME, "NVMe"}, {CTRL_TYPE_MARVELL, "MARVELL"}, {CTRL_TYPE_RSTE, "RSTe"},
+};
+
+const char* label_of(ctrl_type_t type) {
+    for (const type_label& row : type_labels) {
+        if (row.type == type) {
+            return row.label;
+        }
+    }
+    return "Unknown";
+}
+
+void clear_counters(_ctrl_info* ctrl) {
+    ctrl->dev_found = 0;
+    ctrl->flashed = 0;
+    ctrl->flashed_sas = 0;
+    ctrl->flashed_sata = 0;
+    ctrl->flashed_nvme = 0;
+    ctrl->failed = 0;
+}
+
+// A failure counts only among drives that were downloaded to.
+void count_drive(const drive* slot) {
+    _ctrl_info* ctrl = slot->pd->ctrl;
+    ++ctrl->dev_found;
+    if (slot->update != 1) {
+        return;
+    }
+    const uint32_t protocol = slot->pd->protocol;
+    if (protocol == PD_PROTOCOL_SAS) {
+        ++ctrl->flashed_sas;
+    } else if (is_sata_family(protocol)) {
+        ++ctrl->flashed_sata;
+    } else if (protocol == PD_PROTOCOL_NVME) {
+        ++ctrl->flashed_nvme;
+    }
+    ++ctrl->flashed;
+    if (slot->failed == 1) {
+        ++ctrl->failed;
+    }
+}
+
+void add_counters(_ctrl_info* totals, const _ctrl_info* ctrl) {
+    totals->dev_found = static_cast<uint16_t>(totals->dev_found + ctrl->dev_found);
+    totals->flashed = static_cast<uint16_t>(totals->flashed + ctrl->flashed);
+    totals->flashed_sas = static_cast<uint16_t>(totals->flashed_sas + ctrl->flashed_sas);
+    totals->flashed_sata = static_cast<uint16_t>(totals->flashed_sata + ctrl->flashed_sata);
+    totals->flashed_nvme = static_cast<uint16_t>(totals->flashed_nvme + ctrl->flashed_nvme);
+    totals->failed = static_cast<uint16_t>(totals->failed + ctrl->failed);
+}
+
+void print_counters(const _ctrl_info* ctrl) {
+    report("%3d         %3d %3d  %3d  %3d    %d", ctrl->dev_found, ctrl->flashed, ctrl->flashed_sas,
+           ctrl->flashed_sata, ctrl->flashed_nvme, ctrl->failed);
+}
+
+}  // namespace
+
+void print_drive_info(drive* slot, int half, int index) {
+    TRACE_PRINT("Entering %s", __func__);
+    if (half == 0) {
+        print_first_half(slot, index);
+    } else if (half == 1) {
+        print_second_half(slot);
+    }
+    TRACE_PRINT("Exiting %s", __func__);
+}
+
+int print_update_result(flash* program) {
+    TRACE_PRINT("Entering %s", __func__);
+    for (uint32_t i = 0; i < program->ctrl_count; ++i) {
+        clear_counters(&program->ctrl_list[i]);
+    }
+    for (uint32_t i = 0; i < program->drive_count; ++i) {
+        count_drive(&program->drives[i]);
+    }
+    report("\n\nAda(Type)      DevFnd  Flashed(SAS SATA NVME) Failed\n");
+    _ctrl_info totals = {};
+    for (uint32_t i = 0; i < program->ctrl_count; ++i) {
+        const _ctrl_info* ctrl = &program->ctrl_list[i];
+        if (ctrl->pd_count != 0) {
+            report("%2d", static_cast<int>(ctrl->ctrl_num));
+            report("(%-7s)   ", label_of(ctrl->type));
+            print_counters(ctrl);
+            report("\n");
+            add_counters(&totals, ctrl);
+        }
+    }
+    report("         --------------------------------------------------\n");
+    report("              ");
+    print_counters(&totals);
+    report(" Error(s)\n");
+    program->error_count = totals.failed;
+    TRACE_PRINT("Exiting %s, rc = %d", __func__, 0);
+    return 0;
+}
+
+}  // namespace mirvok

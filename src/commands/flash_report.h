@@ -1,0 +1,17 @@
+// What flash shows: each drive's line in two halves, and the table per controller. All of it goes to
+// standard output and to the log.
+#pragma once
+
+#include "commands/drive_lookup.h"
+#include "commands/flash.h"
+
+namespace mirvok {
+
+// half 0: the first half of the drive's line, before it is worked on; half 1: the second half with the
+// result.
+void print_drive_info(drive* slot, int half, int index);
+
+// Prints the table and sets program->error_count. Returns 0.
+int print_update_result(flash* program);
+
+}  // namespace mirvok

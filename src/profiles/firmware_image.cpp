@@ -1,0 +1,62 @@
+#include "profiles/firmware_image.h"
+
+#include <sys/stat.h>
+
+#include "common/diagnostics.h"
+#include "storage/device_model.h"
+
+namespace mirvok {
+
+namespace {
+
+int examine_image(std::FILE* file, const image_rule& rule, uint32_t* size) {
+    struct stat status = {};
+    if (fstat(fileno(file), &status) != 0 || !S_ISREG(status.st_mode) || status.st_size <= 0) {
+        return RESULT_IMAGE_UNREADABLE;
+    }
+    if (status.st_size > static_cast<off_t>(rule.max_size) || status.st_size % rule.multiple != 0) {
+        TRACE_PRINT("image size:%lld is not supported", static_cast<long long>(status.st_size));
+        return RESULT_DOWNLOAD_FAILED;
+    }
+    *size = static_cast<uint32_t>(status.st_size);
+    return 0;
+}
+
+bool same_content(const struct stat& a, const struct stat& b) {
+    return a.st_size == b.st_size && a.st_mtim.tv_sec == b.st_mtim.tv_sec &&
+           a.st_mtim.tv_nsec == b.st_mtim.tv_nsec;
+}
+
+}  // namespace
+
+int open_image(const char* path, const image_rule& rule, std::FILE** file, uint32_t* size) {
+    TRACE_PRINT("Entering %s", __func__);
+    int rc = RESULT_IMAGE_LOST;
+    std::FILE* opened = std::fopen(path, "rb");
+    if (opened != nullptr) {
+        rc = examine_image(opened, rule, size);
+        if (rc == 0) {
+            *file = opened;
+        } else {
+            std::fclose(opened);
+        }
+    }
+    TRACE_PRINT("Exiting %s, rc = %d", __func__, rc);
+    return rc;
+}
+
+int read_image(std::FILE* file, uint8_t* buffer, uint32_t size, uint32_t* read_count) {
+    TRACE_PRINT("Entering %s", __func__);
+    struct stat before = {};
+    struct stat after = {};
+    int rc = fstat(fileno(file), &before) == 0 ? 0 : static_cast<int>(RESULT_IMAGE_UNREADABLE);
+    *read_count = static_cast<uint32_t>(std::fread(buffer, 1, size, file));
+    if (*read_count != size || fstat(fileno(file), &after) != 0 || !same_content(before, after) ||
+        before.st_size != static_cast<off_t>(size)) {
+        rc = RESULT_IMAGE_UNREADABLE;
+    }
+    TRACE_PRINT("Exiting %s, rc = %d", __func__, rc);
+    return rc;
+}
+
+}  // namespace mirvok

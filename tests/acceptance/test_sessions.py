@@ -1,0 +1,52 @@
+"""Whole runs in the lab, compared with what an administrator sees.
+
+A session (sessions/*.txt) begins with "# machine NAME"; each line that begins "$ " is a shell command, run in a fresh
+working directory with the data files of data/, and what follows is what it prints, then "[status]" where that is not
+0. `mirvok` is the program on that machine, `journal` what reached the drives and libraries in the last run.
+SESSIONS=update writes what was printed into the sessions instead.
+"""
+import os
+import pathlib
+import re
+import subprocess
+
+import pytest
+
+HERE = pathlib.Path(__file__).resolve().parent
+BUILD = pathlib.Path(os.environ["MIRVOK_BUILD"])
+SHELL = r"""
+mirvok() { "$BUILD/mirvok-lab" --state "$DIR.lab" "$MACHINE" -- "$@"; }
+lab() { "$BUILD/mirvok-lab" --state "$DIR.lab" "$@"; }
+journal() { cat "$DIR.lab/journal"; }
+"""
+# What differs from run to run and from build to build.
+VARYING = [(r"addr: -?[0-9A-F]+", "addr: ..."), (re.escape(f"{BUILD}/"), "")]
+
+
+def run(command, folder, machine):
+    environment = dict(os.environ, BUILD=str(BUILD), DIR=str(folder), MACHINE=str(machine), HERE=str(HERE), LC_ALL="C")
+    done = subprocess.run(["bash", "-c", SHELL + command], cwd=folder, env=environment, stdin=subprocess.DEVNULL,
+                          stdout=subprocess.PIPE, stderr=subprocess.STDOUT, timeout=120, check=False)
+    output = done.stdout.decode("latin-1")
+    for pattern, text in VARYING:
+        output = re.sub(pattern, text, output)
+    output += "" if output.endswith("\n") or not output else "\n"
+    return output + (f"[{done.returncode}]\n" if done.returncode else "")
+
+
+@pytest.mark.parametrize("session", sorted((HERE / "sessions").glob("*.txt")), ids=lambda path: path.stem)
+def test_session(session, tmp_path):
+    folder = tmp_path / "work"
+    (folder / "files").mkdir(parents=True)
+    for kind, name in (("flash", "flashdrv"), ("sizes", "sizes"), ("smart", "talvex")):
+        source = HERE / "data" / f"{name}.json"
+        if source.exists():
+            subprocess.run([BUILD / "mirvok-profile", "build", kind, source, folder / f"{name}.bin"], check=True)
+    expected = session.read_bytes().decode("latin-1")
+    machine = HERE / "machines" / re.match(r"# machine (\S+)", expected)[1]
+    commands = re.findall(r"^\$ (.*)$", expected, re.M)
+    head = expected[: expected.index("$ ")]
+    seen = head + "".join(f"$ {command}\n{run(command, folder, machine)}" for command in commands)
+    if os.environ.get("SESSIONS") == "update":
+        session.write_bytes(seen.encode("latin-1"))
+    assert seen == expected
