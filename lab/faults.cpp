@@ -47,15 +47,6 @@ bool spoil(reply& r, const std::string& kind, uint32_t length) {
     return true;
 }
 
-void raise_named(const std::string& name) {
-    const auto* const row =
-        std::ranges::find_if(signals, [&](const number_name& s) { return name == s.name; });
-    if (row != std::end(signals)) {
-        journal("signal " + name);
-        raise(row->number);
-    }
-}
-
 }  // namespace
 
 std::string error_name(int number) {
@@ -68,6 +59,15 @@ int error_number(const std::string& name) {
     const auto* const row =
         std::ranges::find_if(errors, [&](const number_name& e) { return name == e.name; });
     return row == std::end(errors) ? EIO : row->number;
+}
+
+void raise_as(const std::string& answer) {
+    const auto* const row = std::ranges::find_if(
+        signals, [&](const number_name& s) { return answer == std::string("signal:") + s.name; });
+    if (row != std::end(signals)) {
+        journal(std::string("signal ") + row->name);
+        raise(row->number);
+    }
 }
 
 reply run_with_faults(drive& d, const std::string& node, const std::string& command, uint32_t length,
@@ -94,9 +94,7 @@ reply run_with_faults(drive& d, const std::string& node, const std::string& comm
     } else if (kind.starts_with("host:")) {
         r.host = static_cast<uint8_t>(std::stoul(word, nullptr, 0));
     } else {
-        if (kind.starts_with("signal:")) {
-            raise_named(word);
-        }
+        raise_as(kind);
         r = answer();
         spoil(r, kind, length);
     }

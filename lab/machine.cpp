@@ -56,8 +56,9 @@ bool matches(const json& rule, const json& subject, const std::string& command) 
         }
     }
     const std::string wanted = rule.value("command", "any");
-    // "any" means what travels to a drive: neither the opening of its node nor a library's own requests.
-    return wanted == command || (wanted == "any" && command != "open" && !subject.contains("library"));
+    // "any" means what travels to a drive: no opening of nodes, no sleep, no library's own requests.
+    const bool travels = command != "open" && command != "sleep" && !subject.contains("library");
+    return wanted == command || (wanted == "any" && travels);
 }
 
 // The descriptor sits at the top of the allowed range, so that the program's own numbers stay natural.

@@ -16,6 +16,7 @@
 
 #include "commands.h"
 #include "memory.h"
+#include "run.h"
 
 using namespace mirvok::lab;
 
@@ -293,8 +294,13 @@ int ioctl(int descriptor, unsigned long request, ...) noexcept {
     void* const argument = va_arg(arguments, void*);
     va_end(arguments);
     const auto found = open_nodes().find(descriptor);
-    return found == open_nodes().end() ? next(descriptor, request, argument)
-                                       : node_ioctl(std::string(found->second), request, argument);
+    if (found == open_nodes().end()) {
+        return next(descriptor, request, argument);
+    }
+    const int before = errno;
+    const int result = node_ioctl(std::string(found->second), request, argument);
+    errno = result < 0 ? errno : before;
+    return result;
 }
 
 void* dlopen(const char* path, int mode) noexcept {
@@ -324,6 +330,7 @@ int dlclose(void* handle) noexcept {
 
 unsigned int sleep(unsigned int seconds) {
     journal("sleep " + std::to_string(seconds));
+    raise_as(text_of(due_fault(json::object(), "sleep"), "answer", ""));
     return 0;
 }
 

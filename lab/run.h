@@ -12,6 +12,9 @@ namespace mirvok::lab {
 reply run_with_faults(drive& d, const std::string& node, const std::string& command, uint32_t length,
                       const std::function<reply()>& answer);
 
+// Raises the signal that a fault's answer names ("signal:INT"), if it names one.
+void raise_as(const std::string& answer);
+
 // Adds a piece of an image at its byte offset; offset 0 begins anew. Returns whether it continues the image.
 bool take_piece(drive& d, uint64_t offset, const bytes& piece);
 
