@@ -242,20 +242,15 @@ int open(const char* path, int flags, ...) {
     return is_node(path) ? open_node(path, flags) : open_file(path, flags, mode);
 }
 
-int open64(const char* path, int flags, ...) {
-    std::va_list arguments;
-    va_start(arguments, flags);
-    const auto mode = va_arg(arguments, mode_t);
-    va_end(arguments);
-    return is_node(path) ? open_node(path, flags) : open_file(path, flags | O_LARGEFILE, mode);
-}
+// Offsets have 64 bits anyway.
+int open64(const char* path, int flags, ...) __attribute__((alias("open")));
 
 int __open_2(const char* path, int flags) {
     return open(path, flags, 0);
 }
 
 int __open64_2(const char* path, int flags) {
-    return open64(path, flags, 0);
+    return open(path, flags, 0);
 }
 
 int openat(int directory, const char* path, int flags, ...) {
@@ -268,13 +263,7 @@ int openat(int directory, const char* path, int flags, ...) {
     return is_node(path) ? open_node(path, flags) : next(directory, path, flags, mode);
 }
 
-int openat64(int directory, const char* path, int flags, ...) {
-    std::va_list arguments;
-    va_start(arguments, flags);
-    const auto mode = va_arg(arguments, mode_t);
-    va_end(arguments);
-    return openat(directory, path, flags | O_LARGEFILE, mode);
-}
+int openat64(int directory, const char* path, int flags, ...) __attribute__((alias("openat")));
 
 int close(int descriptor) {
     static auto* const next = next_function<int(int)>("close");
