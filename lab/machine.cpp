@@ -4,6 +4,7 @@
 #include <sys/resource.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cctype>
 #include <cstdio>
 #include <cstdlib>
@@ -167,6 +168,11 @@ std::string hex_number(uint64_t value) {
     char text[24];
     std::snprintf(text, sizeof(text), "%llx", static_cast<unsigned long long>(value));
     return text;
+}
+
+bool all_zero(const bytes& data, size_t from, size_t to) {
+    return std::all_of(data.begin() + static_cast<ptrdiff_t>(from), data.begin() + static_cast<ptrdiff_t>(to),
+                       [](uint8_t b) { return b == 0; });
 }
 
 uint32_t crc32_of(const uint8_t* data, size_t length) {

@@ -63,6 +63,7 @@ bool smart_on(const drive& d);
 bytes bytes_of(const std::string& hex);
 std::string hex_of(const uint8_t* data, size_t length, const char* between = "");
 std::string hex_number(uint64_t value);
+bool all_zero(const bytes& data, size_t from, size_t to);
 uint32_t crc32_of(const uint8_t* data, size_t length);
 
 // Appends one line; it is in the file when the call returns.

@@ -38,13 +38,36 @@ json numbered(const json& value, uint64_t number) {
     return result;
 }
 
-json expanded(const json& drives) {
+// Calls `put` with every repetition of an element, and its number.
+template <typename F>
+void repeat(const json& element, F put) {
+    const uint64_t first = number_of(element, "first", 0);
+    if (!element.contains("repeat")) {
+        put(element, first);
+        return;
+    }
+    for (uint64_t i = 0; i < number_of(element, "repeat", 1); ++i) {
+        put(numbered(element, first + i), first + i);
+    }
+}
+
+json expanded_drives(const json& drives) {
     json result = json::object();
     for (const auto& [name, self] : drives.items()) {
-        const uint64_t count = number_of(self, "repeat", 1);
-        const uint64_t first = number_of(self, "first", 0);
-        for (uint64_t number = first; number < first + count; ++number) {
-            result[numbered(name, number)] = numbered(self, number);
+        const std::string pattern = name;
+        repeat(self, [&](const json& d, uint64_t number) { result[numbered(pattern, number)] = d; });
+    }
+    return result;
+}
+
+json expanded_list(const json& list) {
+    json result = json::array();
+    for (const json& element : list) {
+        repeat(element, [&](const json& e, uint64_t /*number*/) { result.push_back(e); });
+    }
+    for (json& element : result) {
+        if (element.contains("drives")) {
+            element["drives"] = expanded_list(element["drives"]);
         }
     }
     return result;
@@ -61,6 +84,13 @@ void check(const json& machine) {
     for (const auto& [node, name] : nodes.items()) {
         if (!machine["drives"].contains(name.get<std::string>())) {
             throw std::runtime_error("node " + node + ": there is no drive " + name.dump());
+        }
+    }
+    for (const json& controller : machine.value("controllers", json::array())) {
+        for (const json& entry : controller.value("drives", json::array())) {
+            if (entry.contains("drive") && !machine["drives"].contains(entry["drive"].get<std::string>())) {
+                throw std::runtime_error("controller: there is no drive " + entry["drive"].dump());
+            }
         }
     }
 }
@@ -82,14 +112,15 @@ void activate_firmware(const fs::path& path) {
 
 }  // namespace
 
-void prepare_home(const fs::path& file, const std::vector<std::string>& faults, const fs::path& home,
+json prepare_home(const fs::path& file, const std::vector<std::string>& faults, const fs::path& home,
                   bool fresh) {
     std::ifstream stream(file);
     if (!stream) {
         throw std::runtime_error("cannot open " + file.string());
     }
     json machine = json::parse(stream, nullptr, true, true);
-    machine["drives"] = expanded(machine.value("drives", json::object()));
+    machine["drives"] = expanded_drives(machine.value("drives", json::object()));
+    machine["controllers"] = expanded_list(machine.value("controllers", json::array()));
     for (const std::string& fault : faults) {
         machine["faults"].push_back(json::parse(fault));
     }
@@ -101,6 +132,7 @@ void prepare_home(const fs::path& file, const std::vector<std::string>& faults, 
     activate_firmware(home / "state.json");
     std::ofstream(home / "machine.json") << machine.dump(1) << '\n';
     std::ofstream(home / "journal", std::ios::trunc).flush();
+    return machine;
 }
 
 }  // namespace mirvok::lab

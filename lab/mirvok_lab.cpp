@@ -11,6 +11,7 @@
 #include <fstream>
 #include <iostream>
 
+#include "libraries.h"
 #include "machine_file.h"
 
 namespace {
@@ -48,6 +49,7 @@ int run(const fs::path& program, const fs::path& directory, const fs::path& home
         std::signal(SIGQUIT, SIG_DFL);
         prctl(PR_SET_PDEATHSIG, SIGTERM);
         setenv("LD_PRELOAD", library.c_str(), 1);
+        setenv("LD_LIBRARY_PATH", (home / "path").c_str(), 1);
         setenv(home_variable, home.c_str(), 1);
         if (chdir(directory.c_str()) == 0) {
             execv(name.c_str(), argv.data());
@@ -83,8 +85,15 @@ int command(int argc, char** argv) {
     CLI11_PARSE(app, argc, argv);
     directory = fs::canonical(directory);
     home = home.empty() ? fs::path(directory.string() + ".lab") : fs::absolute(home);
-    prepare_home(file, faults, home, fresh);
-    return run(fs::absolute(program), directory, home, arguments);
+    program = fs::absolute(program);
+    const json machine = prepare_home(file, faults, home, fresh);
+    const fs::path stand_ins = fs::read_symlink("/proc/self/exe").parent_path() / "lab-libs";
+    const std::vector<fs::path> links = lay_libraries(machine, stand_ins, directory, home);
+    const int status = run(program, directory, home, arguments);
+    for (const fs::path& link : links) {
+        fs::remove(link);
+    }
+    return status;
 }
 
 }  // namespace

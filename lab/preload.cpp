@@ -196,6 +196,20 @@ int nvme_admin(const std::string& node, void* argument) {
     return r.error != 0 ? fail(r.error) : static_cast<int>(r.status);
 }
 
+constexpr const char* libraries[] = {"storelib.so",   "storelibir.so", "storelibir-2.so", "storelibir-3.so",
+                                     "storelibit.so", "libmvraid.so",  "liblddf.so"};
+
+bool is_library(const char* path) {
+    const std::string name = path == nullptr ? "" : path;
+    return std::ranges::any_of(
+        libraries, [&](const std::string& library) { return name == library || name == "./" + library; });
+}
+
+std::map<void*, std::string>& open_libraries() {
+    static auto* const all = new std::map<void*, std::string>;
+    return *all;
+}
+
 int node_ioctl(const std::string& node, unsigned long request, void* argument) {
     const bool nvme = node.starts_with("/dev/nvme");
     if (!nvme && request == SG_IO) {
@@ -281,6 +295,31 @@ int ioctl(int descriptor, unsigned long request, ...) noexcept {
     const auto found = open_nodes().find(descriptor);
     return found == open_nodes().end() ? next(descriptor, request, argument)
                                        : node_ioctl(std::string(found->second), request, argument);
+}
+
+void* dlopen(const char* path, int mode) noexcept {
+    static auto* const next = next_function<void*(const char*, int)>("dlopen");
+    void* const handle = next(path, mode);
+    if (!is_library(path)) {
+        return handle;
+    }
+    journal(std::string("dlopen ") + path + (mode == RTLD_LAZY ? "" : " mode=" + std::to_string(mode)) +
+            (handle != nullptr ? " = ok" : " = none"));
+    if (handle == nullptr) {
+        return next(path, mode);  // once more for dlerror, which the journal's own look-ups have cleared
+    }
+    open_libraries()[handle] = path;
+    return handle;
+}
+
+int dlclose(void* handle) noexcept {
+    static auto* const next = next_function<int(void*)>("dlclose");
+    const int result = next(handle);
+    const auto found = open_libraries().find(handle);
+    if (found != open_libraries().end()) {
+        journal("dlclose " + found->second + (result == 0 ? "" : " fails"));
+    }
+    return result;
 }
 
 unsigned int sleep(unsigned int seconds) {

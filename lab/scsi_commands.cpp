@@ -85,11 +85,6 @@ reply aborted(const drive& d) {
     return ata_sense(d, 0x0B, 0x00, 0x04, {});
 }
 
-bool all_zero(const bytes& cdb, size_t from, size_t to) {
-    return std::all_of(cdb.begin() + static_cast<ptrdiff_t>(from), cdb.begin() + static_cast<ptrdiff_t>(to),
-                       [](uint8_t b) { return b == 0; });
-}
-
 // Protocol, T_DIR, BYT_BLOK and T_LENGTH agree with the way and the amount of the data.
 bool transfer_agrees(const scsi_command& c, const ata_registers& r) {
     const uint32_t blocks = r.count + (r.command == ata_download ? r.low * 256U : 0U);

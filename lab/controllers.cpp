@@ -1,0 +1,46 @@
+#include "controllers.h"
+
+namespace mirvok::lab {
+
+std::vector<json> controllers_of(const std::string& type) {
+    std::vector<json> result;
+    for (const json& controller : the_machine().description.value("controllers", json::array())) {
+        if (controller.value("type", "") == type) {
+            result.push_back(controller);
+        }
+    }
+    return result;
+}
+
+json entry_of(const json& controller, uint64_t device) {
+    for (const json& entry : controller.value("drives", json::array())) {
+        if (number_of(entry, "device_id", 0) == device) {
+            return entry;
+        }
+    }
+    return json::object();
+}
+
+request_fault request_fault_of(const std::string& library, const std::string& command) {
+    const std::string answer = text_of(due_fault({{"library", library}}, command), "answer", "");
+    const std::string number = answer.substr(answer.find(':') + 1);
+    const auto status = answer.empty() ? 0U : static_cast<uint32_t>(std::stoul(number, nullptr, 0));
+    return answer.starts_with("after:") ? request_fault{0, status} : request_fault{status, 0};
+}
+
+bool demand(bool holds, const std::string& request, const std::string& what) {
+    if (!holds) {
+        journal("lab: VIOLATION " + request + ": " + what);
+    }
+    return holds;
+}
+
+reply run_behind_controller(drive& d, const scsi_command& c) {
+    reply r = run_scsi(d, "", c);
+    if (r.sense.size() > 3 && r.sense[0] == 0x72 && r.sense[1] == 0x01 && r.sense[3] == 0x1D) {
+        r.status = 0;
+    }
+    return r;
+}
+
+}  // namespace mirvok::lab

@@ -1,0 +1,34 @@
+// What the stand-in controller libraries have in common: the machine's controllers, faults of requests, and
+// the checks of what a program hands to a library.
+#pragma once
+
+#include <string>
+
+#include "commands.h"
+#include "machine.h"
+
+namespace mirvok::lab {
+
+// Filled where a library's answer says nothing, so that a byte read from the wrong place shows.
+constexpr uint8_t noise = 0xA5;
+
+// The machine's controllers of a type ("MR", "IR", "IR2", "IR3", "IT", "MARVELL").
+std::vector<json> controllers_of(const std::string& type);
+
+// The entry of a controller's "drives" with this device id; an empty object when there is none.
+json entry_of(const json& controller, uint64_t device);
+
+// What a due fault makes of a request: a status instead of carrying it out, or one given after it.
+struct request_fault {
+    uint32_t instead = 0;
+    uint32_t afterwards = 0;
+};
+request_fault request_fault_of(const std::string& library, const std::string& command);
+
+// Journals what a real library would choke on, unless `holds`; returns `holds`.
+bool demand(bool holds, const std::string& request, const std::string& what);
+
+// A drive's answer through a library: completions that only carry ATA registers count as good.
+reply run_behind_controller(drive& d, const scsi_command& c);
+
+}  // namespace mirvok::lab
