@@ -51,6 +51,13 @@ int open_file(const char* path, int flags, mode_t mode) {
     return next(path, flags, mode);
 }
 
+// The driver's buffer of each node. It is handed back whole: behind what the drive sent stand the bytes of
+// earlier commands, from its open on.
+std::map<std::string, bytes>& driver_buffers() {
+    static std::map<std::string, bytes> buffers;
+    return buffers;
+}
+
 int open_node(const std::string& node, int flags) {
     const drive* d = drive_at(node);
     json subject = {{"node", node}};
@@ -73,6 +80,7 @@ int open_node(const std::string& node, int flags) {
     if (error != 0) {
         return fail(error);
     }
+    driver_buffers()[node].clear();
     open_nodes()[descriptor] = node;
     return descriptor;
 }
@@ -107,6 +115,13 @@ void complete(sg_io_hdr& h, const reply& r) {
     h.info = h.masked_status != 0 || h.host_status != 0 || h.driver_status != 0 ? SG_INFO_CHECK : 0;
 }
 
+bool hand_back(const std::string& node, void* destination, uint32_t length, const bytes& data) {
+    bytes& buffer = driver_buffers()[node];
+    buffer.resize(std::max<size_t>(buffer.size(), length));
+    std::ranges::copy(data, buffer.begin());
+    return copy_out(destination, buffer.data(), length);
+}
+
 int sg_io(const std::string& node, void* argument) {
     sg_io_hdr h{};
     if (!copy_in(&h, argument, sizeof(h))) {
@@ -131,7 +146,7 @@ int sg_io(const std::string& node, void* argument) {
     }
     drive& d = *drive_at(node);
     reply r = run_scsi(d, node, c);
-    if (r.error == 0 && !copy_out(h.dxferp, r.data.data(), r.data.size())) {
+    if (r.error == 0 && c.way == direction::in && !hand_back(node, h.dxferp, c.length, r.data)) {
         r.error = EFAULT;
     }
     const std::string extra = h.timeout == 0 && h.flags == 0

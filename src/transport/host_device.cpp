@@ -49,6 +49,19 @@ int admin_ioctl(uint32_t handle, nvme_admin_cmd* command) {
     return device_ioctl(handle, NVME_IOCTL_ADMIN_CMD, command);
 }
 
+// The driver hands back its whole buffer, with an earlier command's data where the drive sent none: a refused
+// command returns zeroes, and a short transfer ends in zeroes.
+void clear_what_did_not_come(const sg_io_hdr& header) {
+    uint32_t missing = header.resid > 0 ? static_cast<uint32_t>(header.resid) : 0;
+    if (header.status != 0 || header.host_status != 0 || header.driver_status != 0 ||
+        missing > header.dxfer_len) {
+        missing = header.dxfer_len;
+    }
+    if (missing != 0) {
+        std::memset(static_cast<uint8_t*>(header.dxferp) + (header.dxfer_len - missing), 0, missing);
+    }
+}
+
 void print_admin_cmd(const nvme_admin_cmd* command) {
     TRACE_PRINT("opcode: %d", command->opcode);
     TRACE_PRINT("flags: %d", command->flags);
@@ -177,6 +190,9 @@ int scsi_command_host(uint32_t handle, _scsi_cmd_in* in, _scsi_cmd_out* out) {
     // A SCSI status is an answer (ATA registers come back with CHECK CONDITION); only a failed ioctl is a
     // failure.
     const int rc = device_ioctl(handle, SG_IO, &header) < 0 ? 1 : 0;
+    if (in->direction == IO_DIR_IN) {
+        clear_what_did_not_come(header);
+    }
     TRACE_PRINT(
         "status:%d, masked status:%d,msg_status:%d,host_status:%d,driver_status:%d, info:%d, duration:%d",
         header.status, header.masked_status, header.msg_status, header.host_status, header.driver_status,
