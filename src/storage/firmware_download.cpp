@@ -33,7 +33,8 @@ const image_rule& image_rule_of(uint32_t protocol) {
 }
 
 uint16_t count_chunks(uint32_t size, uint32_t chunk) {
-    return chunk == 0 ? 0 : static_cast<uint16_t>(size / chunk + (size % chunk != 0 ? 1 : 0));
+    const uint32_t count = chunk == 0 ? 0 : size / chunk + (size % chunk != 0 ? 1 : 0);
+    return static_cast<uint16_t>(count);
 }
 
 // Drives on the host path are reached through a handle, which the download opens for itself.
