@@ -10,8 +10,8 @@ enum option_argument_t : int {
     OPTION_OPTIONAL_ARGUMENT = 2,
 };
 
-// One long option; a table of them ends with an entry whose name is null. The order is the customary one.
-struct option {  // NOLINT(clang-analyzer-optin.performance.Padding)
+// One long option; a table of them ends with an entry whose name is null.
+struct option {
     const char* name;
     int has_arg;  // option_argument_t
     int* flag;    // when not null, receives val, and getopt_long returns 0
