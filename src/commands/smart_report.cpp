@@ -98,7 +98,7 @@ void print_smart_info(const _smart_drive* drive, unsigned short number) {
         std::printf("    Supplier-SN:%s\n", pd.device_serial);
     }
     std::printf("    Number bytes written to SSD: %s\n", info.written_valid != 0 ? info.written_text : "N/A");
-    std::printf("    Number bytes supported by warranty: %uGB\n", record.warranty_gb);
+    std::printf("    Number bytes supported by warranty: %dGB\n", static_cast<int>(record.warranty_gb));
     std::printf("    Life Remaining Gauge: ");
     std::printf(info.life_valid != 0 ? "%d%%\n" : "N/A\n", info.life);
     std::printf("    SSD temperature:");

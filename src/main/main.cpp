@@ -7,6 +7,7 @@
 
 #include "commands/find.h"
 #include "commands/flash.h"
+#include "commands/smart.h"
 #include "common/diagnostics.h"
 
 namespace mirvok {
@@ -88,6 +89,8 @@ int run(int argc, char** argv) {
             return 0;
         case OPERATION_FLASH:
             return run_flash_drives(argc, argv);
+        case OPERATION_SMART:
+            return run_smart_drives(argc, argv);
         case OPERATION_UNKNOWN:
             TRACE_PRINT("unknown operation");
             return 0;
