@@ -64,9 +64,9 @@ TEST(SmartReport, ExpressBytesWritten) {
 // Blocks with nothing found, everything at its limit, and everything beyond it.
 TEST(SmartReport, PrintBlocks) {
     const std::tuple<uint32_t, unsigned short, _smart_info> drives[] = {
-        {PD_PROTOCOL_SATA, 1, {99, 0, 0, 0, 0, 3000000001, "", 0, 0}},
-        {PD_PROTOCOL_NVME, 12, {70, 1, 10, 1, 1, 3000000000, "", 0, 0}},
-        {PD_PROTOCOL_M2, 1026, {71, 1, 9, 1, 1, 3000000001, "", 0, 1}},
+        {PD_PROTOCOL_SATA, 1, {99, 0, 0, 0, 0, 2000000001, "", 0, 0}},
+        {PD_PROTOCOL_NVME, 12, {70, 1, 10, 1, 1, 2000000000, "", 0, 0}},
+        {PD_PROTOCOL_M2, 1026, {71, 1, 9, 1, 1, 2000000001, "", 0, 1}},
     };
     std::string blocks;
     for (const auto& [protocol, number, info] : drives) {
@@ -77,14 +77,14 @@ TEST(SmartReport, PrintBlocks) {
         std::strcpy(pd.serial_number, "S1234567");
         std::strcpy(pd.device_serial, "S4YNNE0M712345");
         std::strcpy(pd.code_level, "MVT1");
-        _smart_profile_record record = {"", "", 27, 10, 0, 3000000000, 0, 70, 0, 0};
+        _smart_profile_record record = {"", "", 27, 10, 0, 2000000000, 0, 70, 0, 0};
         _smart_drive drive = {&pd, info, &record};
         calculate_smart(&drive.info, &record);
         blocks += output_of([&, at = number] { print_smart_info(&drive, at); });
     }
     EXPECT_EQ(blocks, R"(1   PN:SSD0012-00FN123 Veltra-SN:S1234567 FW:MVT1
     Number bytes written to SSD: N/A
-    Number bytes supported by warranty: 3000000000GB
+    Number bytes supported by warranty: 2000000000GB
     Life Remaining Gauge: N/A
     SSD temperature:N/A      Spec Max: 70(c)
     PFA trip: No 
@@ -92,16 +92,16 @@ TEST(SmartReport, PrintBlocks) {
 
 12  PN:SSD0012-00FN123 Veltra-SN:S1234567 FW:MVT1
     Supplier-SN:S4YNNE0M712345
-    Number bytes written to SSD: 3000000000.0GB
-    Number bytes supported by warranty: 3000000000GB
+    Number bytes written to SSD: 2000000000.0GB
+    Number bytes supported by warranty: 2000000000GB
     Life Remaining Gauge: 10%
     SSD temperature:70(c)      Spec Max: 70(c)
     PFA trip: No 
     Warranty Exceed:No
 
 1026 PN:SSD0012-00FN123 Veltra-SN:S1234567 FW:MVT1
-    Number bytes written to SSD: 3000000001.0GB
-    Number bytes supported by warranty: 3000000000GB
+    Number bytes written to SSD: 2000000001.0GB
+    Number bytes supported by warranty: 2000000000GB
     Life Remaining Gauge: 9%
     SSD temperature:71(c)      Spec Max: 70(c)
     PFA trip: Yes 
