@@ -1,11 +1,21 @@
+#include "common/bytes.h"
 #include "raid/played_library.h"
+#include "raid/storelib_devices.h"
 #include "raid/storelib_library.h"
 
 namespace {
 
 using namespace mirvok;
 
+using std::to_string;
+
 class storelib : public played_test {};
+
+bytes le32(uint32_t value) {
+    bytes stored(4);
+    store_le32(stored.data(), value);
+    return stored;
+}
 
 std::string init() {
     return run([] {
@@ -60,6 +70,130 @@ TEST_F(storelib, libraries_are_loaded_asked_and_released) {
     EXPECT_EQ(run([] { return unload_avago_dlls(CTRL_TYPE_IR3), 0; }),
               "0.9 3 c0 d0 0:  | close storelibir-3.so | = 0; ");
     EXPECT_EQ(un_init(), "0.9 R c0 d0 0:  | close storelibir.so | = 0; ");
+}
+
+TEST_F(storelib, lists_are_cut_at_the_room) {
+    load_dlls_avago(lib_info_avago);
+    bytes ids;
+    for (uint8_t i = 0; i < 64; ++i) {
+        ids.insert(ids.end(), {i, 2, 3, 4});
+    }
+    const std::string exceeded = "exceed supported max controller num | ";
+    const auto list_controllers = [&](uint32_t status, uint32_t listed, uint32_t room, uint32_t taken,
+                                      const std::string& trace) {
+        answers["0.3"] = {{status, {{0, le32(listed)}, {4, ids}}}};
+        std::vector<_ctrl_info> table(taken, ctrl);
+        uint32_t count = 77;
+        EXPECT_EQ(run([&] { return get_ctrl_list_avago(CTRL_TYPE_IT, &count, table.data(), room, 10); }),
+                  "0.3 T c0 d0 260: 00*260 | " + trace + " | = " + to_string(status) + "; ");
+        EXPECT_EQ(count, taken);
+        for (uint32_t i = 0; i < taken; ++i) {
+            EXPECT_TRUE(table[i].vendor == VENDOR_AVAGO && table[i].ctrl_id == 0x04030200 + i &&
+                        table[i].ctrl_num == 10 + i && table[i].type == CTRL_TYPE_IT &&
+                        table[i].pd_count == 0);
+        }
+    };
+    list_controllers(0, 0, 64, 0, "count:0");
+    list_controllers(0, 3, 3, 3, "count:3");
+    list_controllers(0, 4, 3, 3, exceeded + "count:3");
+    list_controllers(0, 64, 99, 64, "count:64");
+    list_controllers(0, 65535, 99, 64, exceeded + "count:64");
+    list_controllers(5, 3, 64, 0, "count:0");
+    // A disk, an enclosure, a disk.
+    const patches entries = {
+        {8, {0x0C, 1, 9, 9, 9, 4, 0, 9}}, {32, {13, 0, 9, 9, 9, 5, 13}}, {56, {255, 255, 9, 9, 9, 6}}};
+    const std::string two =
+        "HDD Type:0, slotnumber:4,p->device_id:268 | HDD Type:13, slotnumber:5,p->device_id:13 | ";
+    const std::string all = two + "HDD Type:0, slotnumber:6,p->device_id:65535 | ",
+                      cut = "Exceed max support drives | ";
+    const auto list_drives = [&](uint32_t status, uint32_t listed, uint32_t room, uint32_t disks,
+                                 const std::string& trace) {
+        answers["1.4"] = {{status, entries}};
+        answers["1.4"][0].second.emplace_back(4, le32(listed));
+        std::vector<_pd_info> table(disks, pd);
+        pd.size = 77;
+        EXPECT_EQ(run([&] { return get_pd_list_avago(&ctrl, table.data(), room); }),
+                  "1.4 T c261 d0 " + trace);
+        EXPECT_EQ(ctrl.pd_count, disks);
+        for (uint32_t i = 0; i < disks; ++i) {
+            EXPECT_TRUE(table[i].device_id == (i == 0 ? 0x10C : 0xFFFF) && table[i].slot_id == 4 + 2 * i &&
+                        table[i].ctrl == &ctrl && table[i].size == 0);
+        }
+    };
+    list_drives(0, 3, 3, 2, "80: 00*80 | pd count:3 | pPDlist: | . . " + all + "= 0; ");
+    list_drives(0, 3, 2, 1, "56: 00*56 | pd count:3 | pPDlist: | . . " + two + cut + "= 0; ");
+    list_drives(0, 0, 1, 0, "32: 00*32 | pd count:0 | pPDlist: | . . = 0; ");
+    list_drives(0, 1, 0, 0, "8: 00*8 | pd count:1 | pPDlist: | . " + cut + "= 0; ");
+    list_drives(0, 0xFFFFFFFF, 3, 2, "80: 00*80 | pd count:-1 | pPDlist: | . . " + all + cut + "= 0; ");
+    list_drives(7, 3, 3, 0, "80: 00*80 | pd count:3 | pPDlist: | . . = 7; ");
+    EXPECT_EQ(run([] { return get_pd_list_avago(&ctrl, nullptr, 0xFFFFFFFF / 24 + 1); }), "= 90004; ");
+}
+
+TEST_F(storelib, drive_information_gives_protocol_state_and_permission) {
+    load_dlls_avago(lib_info_avago);
+    const std::string head = "device_id:268, ctrl_id:261, type:6 | 2.0 T c261 d268 512: 00*512 | ";
+    const auto get = [&](uint32_t status, uint32_t state, uint8_t interface, uint8_t flags) {
+        answers["2.0"] = {{status, {{184, le32(state)}, {189, {interface}}, {362, {flags}}}}};
+        pd.protocol = pd.status = pd.fw_download_not_allowed = 77;
+        const std::string log = run([] { return get_pd_info_avago(&pd); });
+        return log + to_string(pd.protocol) + " " + to_string(pd.status) + " " +
+               to_string(pd.fw_download_not_allowed);
+    };
+    EXPECT_EQ(get(12, 0, 0x20, 1), head + "= 12; 77 77 77");
+    const auto ask = [&](uint32_t state, uint8_t interface, uint8_t flags, const std::string& trace,
+                         const std::string& taken) {
+        EXPECT_EQ(get(0, state, interface, flags), head + "drive status:" + trace +
+                                                       " | pd fw download allowed:" + taken.back() +
+                                                       " | = 0; " + taken);
+    };
+    ask(0x00, 0x0F, 0xFE, " DRVIE_FW_STATE_UNCONFIGURED_GOOD", "0 1 0");
+    ask(0x01, 0x1F, 0x01, " DRVIE_FW_STATE_UNCONFIGURED_BAD", "6 6 1");
+    ask(0x02, 0x2F, 0xFE, " DRVIE_FW_STATE_HOT_SPARE", "1 5 0");
+    ask(0x10, 0x3F, 0xFE, " DRVIE_FW_STATE_OFFLINE", "2 4 0");
+    ask(0x11, 0x4F, 0xFE, " DRVIE_FW_STATE_FAILED", "8 7 0");
+    ask(0x14, 0x5F, 0xFE, "DRVIE_FW_STATE_REBUILD", "4 8 0");
+    ask(0x18, 0x6F, 0xFE, " DRVIE_FW_STATE_ONLINE", "77 2 0");
+    ask(0x40, 0xFF, 0xFE, " DRVIE_FW_STATE_JBOD", "77 3 0");
+    ask(0x20, 0x20, 0xFE, " DRVIE_FW_STATE_UNKNOWN", "1 0 0");
+    ask(0x118, 0x20, 0xFE, " DRVIE_FW_STATE_UNKNOWN", "1 0 0");
+}
+
+TEST_F(storelib, pass_through_frames_and_their_completions) {
+    load_dlls_avago(lib_info_avago);
+    const std::string cdb = "3C 00 00 10 12 01 C4 00*12 99 ";
+    const std::string out_4 =
+        "6.0 T c261 d268 68: 0C 01 01 00 01 00 00 00 " + cdb + "00*32 04 00 00 00 61 62 63 64 | ";
+    const std::string in_4 = "6.0 T c261 d268 68: 0C 01 01 00 02 00 00 00 " + cdb + "00*32 04 00*7 | ";
+    const std::string in_0 = "6.0 T c261 d268 64: 0C 01 01 00 02 00 00 00 " + cdb + "00*36 | ";
+    const std::string none_4 = "6.0 T c261 d268 64: 0C 01 01 00*5 " + cdb + "00*36 | ";
+    const auto send = [&](io_direction_t direction, uint32_t length, uint32_t status, uint8_t scsi_status,
+                          uint32_t returned, const std::string& expected) {
+        bytes data = {'a', 'b', 'c', 'd'}, sense(33, 0x51);
+        data.resize(std::min<size_t>(length, 4));
+        sense.front() = 0x50;
+        _scsi_cmd_in in = {{0x12, 0x01, 0xC4}, 16, 0, direction, length, data.data()};
+        in.cdb[15] = 0x99;
+        _scsi_cmd_out out = {99, {}};
+        answers["6.0"] = {{status, {{10, {scsi_status}}, {28, sense}, {60, le32(returned)}}}};
+        if (direction == IO_DIR_IN) {
+            answers["6.0"][0].second.push_back({64, {0xD0, 0xD1, 0xD2, 0xD3}});
+        }
+        const std::string log = run([&] { return scsi_passthru_avago(&pd, &in, &out); });
+        EXPECT_EQ(log + hex(data.data(), data.size()) + ", " + to_string(out.scsi_status) + ", " +
+                      hex(out.sense, 64),
+                  expected);
+    };
+    send(IO_DIR_OUT, 4, 0, 0, 4, out_4 + "= 0; 61 62 63 64, 0, 00*64");
+    send(IO_DIR_IN, 4, 0, 0, 4, in_4 + "= 0; D0 D1 D2 D3, 0, 00*64");
+    send(IO_DIR_IN, 4, 0, 0, 2, in_4 + "= 0; D0 D1 63 64, 0, 00*64");
+    send(IO_DIR_IN, 4, 0, 0, 0xFFFFFFFF, in_4 + "= 0; D0 D1 D2 D3, 0, 00*64");
+    send(IO_DIR_IN, 0, 0, 0, 4, in_0 + "= 0; , 0, 00*64");
+    send(IO_DIR_NONE, 4, 0, 0, 0, none_4 + "= 0; 50 51 51 51, 0, 00*64");
+    send(IO_DIR_IN, 4, 0, 2, 4, in_4 + "= 2; 61 62 63 64, 2, 50 51*31 00*32");
+    send(IO_DIR_NONE, 4, 0x4045, 0, 0, none_4 + "= 0; 50 51 51 51, 0, 50 51*31 00*32");
+    send(IO_DIR_IN, 4, 0x4045, 2, 4, in_4 + "= 16453; 61 62 63 64, 2, 50 51*31 00*32");
+    send(IO_DIR_OUT, 4, 0x4044, 0, 4, out_4 + "= 16452; 61 62 63 64, 0, 50 51*31 00*32");
+    send(IO_DIR_OUT, 0xFFFFFFC0, 0, 0, 0, "MALLOC Fail | = 90004; 61 62 63 64, 99, 00*64");
 }
 
 }  // namespace
