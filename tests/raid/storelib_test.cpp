@@ -1,6 +1,12 @@
+#include <unistd.h>
+
+#include <cstdio>
+#include <fstream>
+
 #include "common/bytes.h"
 #include "raid/played_library.h"
 #include "raid/storelib_devices.h"
+#include "raid/storelib_firmware.h"
 #include "raid/storelib_library.h"
 
 namespace {
@@ -15,6 +21,10 @@ bytes le32(uint32_t value) {
     bytes stored(4);
     store_le32(stored.data(), value);
     return stored;
+}
+
+std::string repeat(int times, const std::string& text) {
+    return times == 0 ? "" : text + repeat(times - 1, text);
 }
 
 std::string init() {
@@ -194,6 +204,129 @@ TEST_F(storelib, pass_through_frames_and_their_completions) {
     send(IO_DIR_IN, 4, 0x4045, 2, 4, in_4 + "= 16453; 61 62 63 64, 2, 50 51*31 00*32");
     send(IO_DIR_OUT, 4, 0x4044, 0, 4, out_4 + "= 16452; 61 62 63 64, 0, 50 51*31 00*32");
     send(IO_DIR_OUT, 0xFFFFFFC0, 0, 0, 0, "MALLOC Fail | = 90004; 61 62 63 64, 99, 00*64");
+}
+
+const std::string begun = "2.0 T c261 d268 512: 00*512 | device_id:268 | ";
+const std::string poll = "1.0 T c261 d0 2384: 00*2384 | ";
+const patches allowed = {{1528, {0x01}}}, disabled = {{1528, {0xFE}}};
+
+// An announcement by the first 8 bytes of its data block: the number of chunks and the image size.
+std::string announcement(int chunks, const std::string& block) {
+    return "params.cdbCount:" + to_string(chunks) +
+           " | 6.3 T c261 d0 36: 28 00*4 02 13 01 00*4 01 00 00 00 " + "0C 01 00*10 -> " + block +
+           ", 00*32 | ";
+}
+
+std::string path() {
+    return testing::TempDir() + "storelib_image_" + to_string(getpid());
+}
+
+int download() {
+    return FlashPdFW_BRCM(0x105, 6, 0x10C, path().c_str(), 7);
+}
+
+// Flashes an image whose first 16 KiB are 01h, the next 02h and so on.
+std::string flash(size_t size, int interface = 2) {
+    std::string image(size, 0);
+    for (size_t i = 0; i < size; ++i) {
+        image[i] = static_cast<char>(i / 16384 + 1);
+    }
+    std::ofstream(path(), std::ios::binary) << image;
+    load_dlls_avago(lib_info_avago);
+    answers["2.0"] = {{0, {{189, {static_cast<uint8_t>(interface << 4 | 0xF)}}}}};
+    return run(download);
+}
+
+TEST_F(storelib, images_go_out_in_chunks) {
+    answers["1.0"] = {{0, allowed}};
+    answers["6.0"] = {{0, {{10, {0xAA}}, {28, {0xBB}}}}};  // gone from the frame of the next chunk
+    const std::string announced = begun + announcement(3, "03 00 00 00 01 00 01 00") + poll;
+    const std::string first = "count:1, dataLength:0x8000, offset:0x0 | read_cnt=8000h | cdb: | . ";
+    const std::string second = "count:2, dataLength:0x8000, offset:0x8000 | read_cnt=8000h | cdb: | . ";
+    const std::string third = "count:3, dataLength:0x1, offset:0x10000 | read_cnt=1h | cdb: | . ";
+    const std::string large = "6.0 T c261 d268 32832: 0C 01 01 00 01 00*6 ",
+                      small = "6.0 T c261 d268 65: 0C 01 01 00 01 00*6 ";
+    // WRITE BUFFER, also to NVMe drives.
+    const std::string write_buffer =
+        first + large + "10 3B 07 00*5 80 00*41 80 00 00 01*16384 02*16384 | " + second + large +
+        "10 3B 07 00 00 80 00 00 80 00*41 80 00 00 03*16384 04*16384 | " + third + small +
+        "10 3B 07 00 01 00*4 01 00*39 01 00 00 00 05 | sleep 60 | = 0; ";
+    EXPECT_EQ(flash(65537, 2), announced + write_buffer);
+    EXPECT_EQ(flash(65537, 5), announced + write_buffer);
+    // DOWNLOAD MICROCODE.
+    EXPECT_EQ(flash(65537, 3),
+              announced + first + large + "0C A1 0A C6 03 40 00*4 92 00*39 80 00 00 01*16384 02*16384 | " +
+                  second + large + "0C A1 0A C6 03 40 00 40 00 00 92 00*39 80 00 00 03*16384 04*16384 | " +
+                  third + small + "0C A1 0A C6 03 01 00 80 00 00 92 00*38 01 00 00 00 05 | sleep 60 | = 0; ");
+    answers["6.0"] = {{0x8000, {{10, {0x02}}}}};
+    EXPECT_EQ(flash(65537, 2), announced + write_buffer.substr(0, write_buffer.find("count:2")) +
+                                   "rval: 8000h, Scsi status: 0x2 |  | sleep 60 | = 1; ");
+    std::remove(path().c_str());
+}
+
+TEST_F(storelib, what_cannot_be_sent_is_refused) {
+    answers["1.0"] = {{0, allowed}};
+    const std::string whole_chunk = begun + announcement(1, "01 00*4 80 00 00") + poll + "count:1, ";
+    EXPECT_EQ(flash(32768).substr(0, whole_chunk.size()), whole_chunk);
+    const std::string largest = begun + announcement(255, "FF 00*4 80 7F 00") + poll + "count:1, ";
+    EXPECT_EQ(flash(8355840).substr(0, largest.size()), largest);
+    EXPECT_EQ(flash(8355841), begun + "= 90014; ");
+    EXPECT_EQ(flash(0), begun + "= 90015; ");
+    for (const int interface : {0, 1, 4, 6, 15}) {
+        EXPECT_EQ(flash(0, interface),
+                  begun + "Device type should be either SAS or SATA or NVMe |  | = 90019; ");
+    }
+    flash(10);
+    std::FILE* file = std::fopen(path().c_str(), "rb");
+    std::string log;
+    for (const uint32_t length : {32769U, 11U, 10U}) {
+        std::rewind(file);
+        log += run([&] { return DoPDFWDownload(0x105, 0x10C, 6, 5, file, length, 0x123456, 5); });
+    }
+    EXPECT_EQ(log,
+              "= 32789; read_cnt=Ah | cdb: | . = 90015; read_cnt=Ah | cdb: | . 6.0 T c261 d268 74: 0C 01 01 "
+              "00 01 00*6 10 3B 05 00 12 34 56 00 00 0A 00*39 0A 00 00 00 01*10 | = 0; ");
+    // A file that is no longer as long as it was.
+    for (const uint32_t size : {9U, 11U}) {
+        std::rewind(file);
+        EXPECT_EQ(run([&] { return DoPDFWDownload_7(7, 0x10C, 6, 5, file, size); }),
+                  "count:1, dataLength:0x" + std::string(size == 9 ? "9" : "B") + ", offset:0x0 | = 1; ");
+    }
+    std::fclose(file);
+    std::remove(path().c_str());
+    EXPECT_EQ(run(download), begun + "Invalid file name " + path() + " | = 90010; ");
+    answers["2.0"] = {{12, {}}};
+    EXPECT_EQ(run(download),
+              begun.substr(0, begun.find("device")) + "GetPdInfo returned rval: 12 |  | = 90017; ");
+}
+
+TEST_F(storelib, controllers_are_asked_until_they_allow_the_download) {
+    const std::string announced = announcement(1, "01 00 00 00 01 00 00 00");
+    const std::string wait = poll + "supportPDFWDownload disabled, wait 10s | sleep 5 | ";
+    // Refused once, then ten polls without permission, then a failed poll whose bit counts for nothing.
+    answers["6.3"] = {{2, {}}, {0, {}}};
+    answers["1.0"] = std::deque<std::pair<uint32_t, patches>>(10, {0, disabled});
+    answers["1.0"].insert(answers["1.0"].end(), {{9, allowed}, {0, allowed}});
+    const std::string log = flash(1);
+    EXPECT_EQ(log.substr(0, log.find("count:1, ")),
+              begun + announced + "sleep 30 | " + announced + repeat(10, wait) + announced + poll + poll);
+    const auto refused = [&](const std::string& reply) {
+        return begun + repeat(15, announced + reply) + "Ctrl PD Download disabled | = 90016; ";
+    };
+    answers["1.0"] = {{0, disabled}};
+    EXPECT_EQ(flash(1), refused(repeat(10, wait)));
+    const std::map<uint32_t, std::string> texts = {
+        {1, "FW doesn't support microcode update to multiple PDs"},
+        {3, "One or more input parameters is invalid"},
+        {12, "DeviceId is invalid"},
+        {32, "FW can't allocate sufficient memory - try again later"},
+        {50, "Microcode update already in progress"},
+        {64, "Simultaneous updates to multiple PDs in same array is not allowed"}};
+    for (const auto& [status, text] : texts) {
+        answers["6.3"] = {{status, {}}};
+        EXPECT_EQ(flash(1), refused(text + " |  | sleep 30 | "));
+    }
+    std::remove(path().c_str());
 }
 
 }  // namespace

@@ -1,0 +1,292 @@
+#include "raid/storelib_firmware.h"
+
+#include <sys/stat.h>
+
+#include <algorithm>
+#include <cstring>
+
+#include "common/bytes.h"
+#include "common/diagnostics.h"
+#include "raid/storelib_devices.h"
+#include "raid/storelib_library.h"
+
+namespace mirvok {
+
+namespace {
+
+constexpr uint32_t chunk_size = 32768;
+constexpr uint32_t max_chunks = 255;
+constexpr uint32_t block_size = 512;
+constexpr uint8_t download_mode = 7;  // WRITE BUFFER: download microcode with offsets, save, and activate
+
+enum interface_t : uint32_t { INTERFACE_SAS = 2, INTERFACE_SATA = 3, INTERFACE_NVME = 5 };
+
+constexpr int max_attempts = 15;
+constexpr int max_polls = 10;
+constexpr unsigned int announcement_wait = 30;  // seconds, as are the others
+constexpr unsigned int poll_wait = 5;
+constexpr unsigned int download_wait = 60;
+
+constexpr uint32_t ctrl_info_download = 1528;  // bit 0: drive firmware download is supported now
+
+// Controller command record of the announcement and the data block that it points at.
+constexpr uint32_t command_size = 36;
+constexpr uint32_t command_block_length = 0;  // 32 bits
+constexpr uint32_t command_opcode = 4;        // 32 bits
+constexpr uint32_t command_one = 12;          // always 1
+constexpr uint32_t command_device_id = 16;    // 16 bits
+constexpr uint32_t command_block = 28;        // pointer
+constexpr uint32_t announce_opcode = 0x01130200;
+constexpr uint32_t block_length = 40;
+constexpr uint32_t block_chunk_count = 0;  // 8 bits
+constexpr uint32_t block_image_size = 4;   // 32 bits
+static_assert(command_block + sizeof(void*) == command_size);
+
+struct status_text {
+    int status;
+    const char* text;
+};
+constexpr status_text announcement_texts[] = {
+    {1, "FW doesn't support microcode update to multiple PDs\n"},
+    {3, "One or more input parameters is invalid\n"},
+    {12, "DeviceId is invalid\n"},
+    {32, "FW can't allocate sufficient memory - try again later\n"},
+    {50, "Microcode update already in progress\n"},
+    {64, "Simultaneous updates to multiple PDs in same array is not allowed\n"},
+};
+
+constexpr int status_no_frame = 0x8015;
+
+// Serves every chunk of every download, one at a time.
+alignas(8) uint8_t frame[frame_data + chunk_size];
+
+constexpr uint32_t count_chunks(uint32_t image_size) {
+    return image_size / chunk_size + (image_size % chunk_size != 0 ? 1 : 0);
+}
+
+// The size of the file open at its start, -1 when it has none.
+long get_image_size(std::FILE* file) {
+    long size = -1;
+    if (std::fseek(file, 0, SEEK_END) == 0) {
+        size = std::ftell(file);
+    }
+    std::rewind(file);
+    return size;
+}
+
+int check_image_size(long size) {
+    if (size <= 0) {
+        return RESULT_IMAGE_UNREADABLE;
+    }
+    if (size > long{max_chunks} * chunk_size) {
+        return RESULT_DOWNLOAD_FAILED;
+    }
+    return 0;
+}
+
+bool still_has_size(std::FILE* file, uint32_t image_size) {
+    struct stat status = {};
+    return fstat(fileno(file), &status) == 0 && status.st_size == off_t{image_size};
+}
+
+bool poll_controller(uint32_t ctrl_id, uint16_t ctrl_type) {
+    for (int poll = 0; poll < max_polls; ++poll) {
+        uint8_t info[ctrl_info_size];
+        if (GetCtrlInfo(ctrl_id, ctrl_type, info) != 0) {
+            continue;
+        }
+        if ((info[ctrl_info_download] & 1) != 0) {
+            return true;
+        }
+        TRACE_PRINT("supportPDFWDownload disabled, wait 10s");
+        sleep_wait(poll_wait);
+    }
+    return false;
+}
+
+// Announces the download until the controller takes the announcement and then allows downloads.
+bool await_permission(uint32_t ctrl_id, uint16_t ctrl_type, uint16_t device_id, uint8_t mode,
+                      uint32_t image_size) {
+    for (int attempt = 0; attempt < max_attempts; ++attempt) {
+        if (PrepareForPDFWDownload(ctrl_id, ctrl_type, device_id, mode, image_size) != 0) {
+            sleep_wait(announcement_wait);
+        } else if (poll_controller(ctrl_id, ctrl_type)) {
+            return true;
+        }
+    }
+    return false;
+}
+
+int download_image(uint32_t ctrl_id, uint16_t ctrl_type, uint16_t device_id, uint32_t interface,
+                   const char* image_path, uint8_t mode) {
+    std::FILE* file = std::fopen(image_path, "rb");
+    if (file == nullptr) {
+        TRACE_PRINT("Invalid file name %s", image_path);
+        return RESULT_IMAGE_LOST;
+    }
+    const long size = get_image_size(file);
+    int rc = check_image_size(size);
+    const auto image_size = static_cast<uint32_t>(size);
+    if (rc == 0 && !await_permission(ctrl_id, ctrl_type, device_id, mode, image_size)) {
+        TRACE_PRINT("Ctrl PD Download disabled");
+        rc = RESULT_CONTROLLER_REFUSES;
+    }
+    if (rc != 0) {
+        std::fclose(file);
+        return rc;
+    }
+    rc = DoPDFWDownload_7(ctrl_id, device_id, ctrl_type, interface, file, image_size);
+    std::fclose(file);
+    sleep_wait(download_wait);
+    return rc;
+}
+
+void fill_write_buffer(uint8_t* cdb, uint8_t mode, uint32_t offset, uint32_t length) {
+    cdb[0] = 0x3B;
+    cdb[1] = mode;
+    store_be24(cdb + 3, offset);
+    store_be24(cdb + 6, length);
+}
+
+// ATA PASS-THROUGH (12) (SAT-3, 12.2.2) with DOWNLOAD MICROCODE, subcommand 03h.
+void fill_download_microcode(uint8_t* cdb, uint32_t block_offset, uint32_t length) {
+    cdb[0] = 0xA1;
+    cdb[1] = 0x0A;  // PIO data-out
+    cdb[2] = 0xC6;  // longest off-line time, length in blocks in the count register
+    cdb[3] = 0x03;
+    store_le16(cdb + 4, (length + block_size - 1) / block_size);
+    store_le16(cdb + 6, block_offset);
+    cdb[9] = 0x92;
+}
+
+}  // namespace
+
+int PrepareForPDFWDownload(uint32_t ctrl_id, uint16_t ctrl_type, uint16_t device_id, uint8_t /*mode*/,
+                           uint32_t image_size) {
+    TRACE_PRINT("Entering %s", __func__);
+    uint8_t block[block_length] = {};
+    block[block_chunk_count] = static_cast<uint8_t>(count_chunks(image_size));
+    store_le32(block + block_image_size, image_size);
+    TRACE_PRINT("params.cdbCount:%d", block[block_chunk_count]);
+
+    uint8_t command[command_size] = {};
+    store_le32(command + command_block_length, block_length);
+    store_le32(command + command_opcode, announce_opcode);
+    command[command_one] = 1;
+    store_le16(command + command_device_id, device_id);
+    const uint8_t* block_pointer = block;
+    std::memcpy(command + command_block, &block_pointer, sizeof(block_pointer));
+
+    _SL_LIB_CMD_PARAM_T param =
+        make_storelib_param(storelib_controller_command, ctrl_id, 0, command, command_size);
+    const int status = ProcessLibCommandCall(&param, ctrl_type);
+    for (const status_text& row : announcement_texts) {
+        if (row.status == status) {
+            TRACE_PRINT("%s", row.text);
+        }
+    }
+    TRACE_PRINT("Exiting %s, rc = %d", __func__, status);
+    return status;
+}
+
+int GetCtrlInfo(uint32_t ctrl_id, uint16_t ctrl_type, uint8_t* buffer) {
+    TRACE_PRINT("Entering %s", __func__);
+    std::memset(buffer, 0, ctrl_info_size);
+    _SL_LIB_CMD_PARAM_T param =
+        make_storelib_param(storelib_controller_info, ctrl_id, 0, buffer, ctrl_info_size);
+    const int status = ProcessLibCommandCall(&param, ctrl_type);
+    TRACE_PRINT("Exiting %s, rc = %d", __func__, status);
+    return status;
+}
+
+int fire_pd_info(uint32_t ctrl_id, uint16_t ctrl_type, uint16_t device_id, uint8_t* buffer) {
+    TRACE_PRINT("Entering %s", __func__);
+    std::memset(buffer, 0, pd_info_size);
+    _SL_LIB_CMD_PARAM_T param =
+        make_storelib_param(storelib_drive_info, ctrl_id, device_id, buffer, pd_info_size);
+    const int status = ProcessLibCommandCall(&param, ctrl_type);
+    TRACE_PRINT("Exiting %s, rc = %d", __func__, status);
+    return status;
+}
+
+int DoPDFWDownload(uint32_t ctrl_id, uint16_t device_id, uint16_t ctrl_type, uint32_t interface,
+                   std::FILE* file, uint32_t length, uint32_t offset, uint8_t mode) {
+    TRACE_PRINT("Entering %s", __func__);
+    int status = status_no_frame;
+    if (length <= chunk_size) {
+        uint8_t cdb[frame_cdb_size] = {};
+        uint8_t cdb_length = 16;  // also for the 10 bytes of WRITE BUFFER
+        if (interface == INTERFACE_SATA) {
+            fill_download_microcode(cdb, offset, length);
+            cdb_length = 12;
+        } else {
+            fill_write_buffer(cdb, mode, offset, length);
+        }
+        std::memset(frame, 0, frame_data + length);
+        fill_frame(frame, device_id, FRAME_TO_DRIVE, 0, cdb, cdb_length, length);
+
+        const size_t read_count = std::fread(frame + frame_data, 1, length, file);
+        TRACE_PRINT("read_cnt=%Xh", static_cast<unsigned int>(read_count));
+        if (get_debug() != 0) {
+            hexDump("cdb", cdb, sizeof(cdb));
+        }
+        status = RESULT_IMAGE_UNREADABLE;
+        if (read_count == length) {
+            _SL_LIB_CMD_PARAM_T param = make_storelib_param(storelib_scsi_passthrough, ctrl_id, device_id,
+                                                            frame, frame_data + length);
+            status = ProcessLibCommandCall(&param, ctrl_type);
+            if (status != 0) {
+                TRACE_PRINT(" rval: %Xh, Scsi status: 0x%X\n", status, frame[frame_scsi_status]);
+            }
+        }
+    }
+    TRACE_PRINT("Exiting %s, rc = %d", __func__, status);
+    return status;
+}
+
+int DoPDFWDownload_7(uint32_t ctrl_id, uint16_t device_id, uint16_t ctrl_type, uint32_t interface,
+                     std::FILE* file, uint32_t image_size) {
+    TRACE_PRINT("Entering %s", __func__);
+    int rc = 0;
+    uint32_t chunk = 1;
+    uint32_t block_offset = 0;
+    uint32_t offset = 0;
+    while (rc == 0 && offset < image_size) {
+        const uint32_t length = std::min(chunk_size, image_size - offset);
+        TRACE_PRINT("count:%d, dataLength:0x%X, offset:0x%X", chunk, length, offset);
+        const bool sent =
+            still_has_size(file, image_size) &&
+            DoPDFWDownload(ctrl_id, device_id, ctrl_type, interface, file, length,
+                           interface == INTERFACE_SATA ? block_offset : offset, download_mode) == 0;
+        rc = sent ? 0 : 1;
+        ++chunk;
+        offset += length;
+        block_offset += chunk_size / block_size;
+    }
+    TRACE_PRINT("Exiting %s, rc = %d", __func__, rc);
+    return rc;
+}
+
+int FlashPdFW_BRCM(uint32_t ctrl_id, uint16_t ctrl_type, uint16_t device_id, const char* image_path,
+                   uint8_t mode) {
+    TRACE_PRINT("Entering %s", __func__);
+    int rc = RESULT_NO_DRIVE_INFORMATION;
+    uint8_t info[pd_info_size];
+    const int status = fire_pd_info(ctrl_id, ctrl_type, device_id, info);
+    if (status != 0) {
+        TRACE_PRINT("GetPdInfo returned rval: %d\n", status);
+    } else {
+        TRACE_PRINT("device_id:%d", device_id);
+        const uint32_t interface = get_pd_interface(info);
+        if (interface == INTERFACE_SAS || interface == INTERFACE_SATA || interface == INTERFACE_NVME) {
+            rc = download_image(ctrl_id, ctrl_type, device_id, interface, image_path, mode);
+        } else {
+            TRACE_PRINT("Device type should be either SAS or SATA or NVMe\n");
+            rc = RESULT_PROTOCOL_NOT_SUPPORTED;
+        }
+    }
+    TRACE_PRINT("Exiting %s, rc = %d", __func__, rc);
+    return rc;
+}
+
+}  // namespace mirvok
