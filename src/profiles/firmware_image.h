@@ -20,6 +20,8 @@ constexpr image_rule image_rule_sas = {1U << 24, 1};
 constexpr image_rule image_rule_sata = {1U << 25, 1};
 // NVMe counts dwords (NVMe 1.4, 5.12).
 constexpr image_rule image_rule_nvme = {UINT32_MAX, 4};
+// The announcement of a download to a storelib controller counts chunks in 8 bits.
+constexpr image_rule image_rule_storelib = {255 * download_chunk, 1};
 constexpr image_rule image_rule_any = {UINT32_MAX, 1};
 
 // Opens an image for reading and examines it. Returns 0 with the open file, which the caller closes, and its

@@ -127,7 +127,7 @@ int get_pd_list_avago(_ctrl_info* ctrl, _pd_info* pd_table, uint32_t max) {
         const uint32_t listed = load_le32(buffer + pd_list_count);
         TRACE_PRINT("pd count:%d", listed);
         if (get_debug() != 0) {
-            hexDump("pPDlist", buffer, std::min<size_t>(size, pd_list_dump));
+            hexDump("pPDlist:", buffer, std::min<size_t>(size, pd_list_dump));
         }
         for (uint32_t i = 0; status == 0 && i < listed; ++i) {
             if (i == max) {

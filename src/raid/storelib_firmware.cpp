@@ -7,6 +7,8 @@
 
 #include "common/bytes.h"
 #include "common/diagnostics.h"
+#include "common/signals.h"
+#include "profiles/firmware_image.h"
 #include "raid/storelib_devices.h"
 #include "raid/storelib_library.h"
 
@@ -14,8 +16,6 @@ namespace mirvok {
 
 namespace {
 
-constexpr uint32_t chunk_size = 32768;
-constexpr uint32_t max_chunks = 255;
 constexpr uint32_t block_size = 512;
 constexpr uint8_t download_mode = 7;  // WRITE BUFFER: download microcode with offsets, save, and activate
 
@@ -58,30 +58,10 @@ constexpr status_text announcement_texts[] = {
 constexpr int status_no_frame = 0x8015;
 
 // Serves every chunk of every download, one at a time.
-alignas(8) uint8_t frame[frame_data + chunk_size];
+alignas(8) uint8_t frame[frame_data + download_chunk];
 
 constexpr uint32_t count_chunks(uint32_t image_size) {
-    return image_size / chunk_size + (image_size % chunk_size != 0 ? 1 : 0);
-}
-
-// The size of the file open at its start, -1 when it has none.
-long get_image_size(std::FILE* file) {
-    long size = -1;
-    if (std::fseek(file, 0, SEEK_END) == 0) {
-        size = std::ftell(file);
-    }
-    std::rewind(file);
-    return size;
-}
-
-int check_image_size(long size) {
-    if (size <= 0) {
-        return RESULT_IMAGE_UNREADABLE;
-    }
-    if (size > long{max_chunks} * chunk_size) {
-        return RESULT_DOWNLOAD_FAILED;
-    }
-    return 0;
+    return image_size / download_chunk + (image_size % download_chunk != 0 ? 1 : 0);
 }
 
 bool still_has_size(std::FILE* file, uint32_t image_size) {
@@ -119,21 +99,19 @@ bool await_permission(uint32_t ctrl_id, uint16_t ctrl_type, uint16_t device_id, 
 
 int download_image(uint32_t ctrl_id, uint16_t ctrl_type, uint16_t device_id, uint32_t interface,
                    const char* image_path, uint8_t mode) {
-    std::FILE* file = std::fopen(image_path, "rb");
-    if (file == nullptr) {
-        TRACE_PRINT("Invalid file name %s", image_path);
-        return RESULT_IMAGE_LOST;
-    }
-    const long size = get_image_size(file);
-    int rc = check_image_size(size);
-    const auto image_size = static_cast<uint32_t>(size);
-    if (rc == 0 && !await_permission(ctrl_id, ctrl_type, device_id, mode, image_size)) {
-        TRACE_PRINT("Ctrl PD Download disabled");
-        rc = RESULT_CONTROLLER_REFUSES;
-    }
+    std::FILE* file = nullptr;
+    uint32_t image_size = 0;
+    int rc = open_image(image_path, image_rule_storelib, &file, &image_size);
     if (rc != 0) {
-        std::fclose(file);
+        if (rc == RESULT_IMAGE_LOST) {
+            TRACE_PRINT("Invalid file name %s", image_path);
+        }
         return rc;
+    }
+    if (!await_permission(ctrl_id, ctrl_type, device_id, mode, image_size)) {
+        TRACE_PRINT("Ctrl PD Download disabled");
+        std::fclose(file);
+        return RESULT_CONTROLLER_REFUSES;
     }
     rc = DoPDFWDownload_7(ctrl_id, device_id, ctrl_type, interface, file, image_size);
     std::fclose(file);
@@ -213,7 +191,7 @@ int DoPDFWDownload(uint32_t ctrl_id, uint16_t device_id, uint16_t ctrl_type, uin
                    std::FILE* file, uint32_t length, uint32_t offset, uint8_t mode) {
     TRACE_PRINT("Entering %s", __func__);
     int status = status_no_frame;
-    if (length <= chunk_size) {
+    if (length <= download_chunk) {
         uint8_t cdb[frame_cdb_size] = {};
         uint8_t cdb_length = 16;  // also for the 10 bytes of WRITE BUFFER
         if (interface == INTERFACE_SATA) {
@@ -228,7 +206,7 @@ int DoPDFWDownload(uint32_t ctrl_id, uint16_t device_id, uint16_t ctrl_type, uin
         const size_t read_count = std::fread(frame + frame_data, 1, length, file);
         TRACE_PRINT("read_cnt=%Xh", static_cast<unsigned int>(read_count));
         if (get_debug() != 0) {
-            hexDump("cdb", cdb, sizeof(cdb));
+            hexDump("cdb:", cdb, sizeof(cdb));
         }
         status = RESULT_IMAGE_UNREADABLE;
         if (read_count == length) {
@@ -252,7 +230,7 @@ int DoPDFWDownload_7(uint32_t ctrl_id, uint16_t device_id, uint16_t ctrl_type, u
     uint32_t block_offset = 0;
     uint32_t offset = 0;
     while (rc == 0 && offset < image_size) {
-        const uint32_t length = std::min(chunk_size, image_size - offset);
+        const uint32_t length = std::min(download_chunk, image_size - offset);
         TRACE_PRINT("count:%d, dataLength:0x%X, offset:0x%X", chunk, length, offset);
         const bool sent =
             still_has_size(file, image_size) &&
@@ -261,7 +239,8 @@ int DoPDFWDownload_7(uint32_t ctrl_id, uint16_t device_id, uint16_t ctrl_type, u
         rc = sent ? 0 : 1;
         ++chunk;
         offset += length;
-        block_offset += chunk_size / block_size;
+        block_offset += download_chunk / block_size;
+        held_signal();
     }
     TRACE_PRINT("Exiting %s, rc = %d", __func__, rc);
     return rc;

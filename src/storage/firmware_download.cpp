@@ -6,6 +6,7 @@
 #include "common/diagnostics.h"
 #include "common/signals.h"
 #include "profiles/firmware_image.h"
+#include "raid/storelib_firmware.h"
 #include "transport/host_device.h"
 #include "transport/routing.h"
 
@@ -128,7 +129,17 @@ int flash_pd_fw(_pd_info* pd, profile_record* record) {
     TRACE_PRINT("filename:%s", image_directory);
     std::snprintf(path, sizeof(path), "%s%s", image_directory, record->image_name);
     TRACE_PRINT("filename:%s", path);
-    const int rc = flash_host_pd(pd, path, record->wait_time);
+    const _ctrl_info* ctrl = pd->ctrl;
+    int rc = 0;
+    switch (ctrl->vendor) {
+        case VENDOR_AVAGO:
+            rc = FlashPdFW_BRCM(ctrl->ctrl_id, static_cast<uint16_t>(ctrl->type), pd->device_id, path,
+                                write_buffer_offsets);
+            break;
+        default:
+            rc = flash_host_pd(pd, path, record->wait_time);
+            break;
+    }
     TRACE_PRINT("Exiting %s, rc = %d", __func__, rc);
     return rc;
 }

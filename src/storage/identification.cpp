@@ -7,6 +7,7 @@
 #include "common/diagnostics.h"
 #include "common/text.h"
 #include "profiles/drive_sizes.h"
+#include "raid/storelib_devices.h"
 #include "transport/host_device.h"
 #include "transport/nvme_data.h"
 #include "transport/routing.h"
@@ -74,6 +75,23 @@ int identify_nvme_by_scsi(_pd_info* pd) {
     return rc != 0 ? rc : get_nvme_log(pd);
 }
 
+int identify_sas(_pd_info* pd) {
+    const int rc = get_pd_inquery_c4(pd);
+    return rc != 0 ? rc : get_pd_capacity(pd);
+}
+
+int identify_avago(_pd_info* pd) {
+    get_pd_info_avago(pd);
+    const int rc = get_pd_inquery_0(pd);
+    if (rc == 0 && pd->protocol == PD_PROTOCOL_SAS) {
+        return identify_sas(pd);
+    }
+    if (rc == 0 && pd->protocol == PD_PROTOCOL_SATA) {
+        return identify_sata(pd);
+    }
+    return rc;
+}
+
 int identify_host(_pd_info* pd) {
     if (!open_drive(pd)) {
         return 0;
@@ -130,6 +148,9 @@ int get_pd_information(_pd_info* pd) {
     TRACE_PRINT("Entering %s", __func__);
     int rc = 0;
     switch (pd->ctrl->vendor) {
+        case VENDOR_AVAGO:
+            rc = identify_avago(pd);
+            break;
         case VENDOR_HOST:
         case VENDOR_CSMI:
             rc = identify_host(pd);

@@ -4,6 +4,8 @@
 
 #include "common/diagnostics.h"
 #include "profiles/drive_sizes.h"
+#include "raid/storelib_devices.h"
+#include "raid/storelib_library.h"
 #include "transport/host_scan.h"
 
 namespace mirvok {
@@ -18,6 +20,7 @@ struct drive_listing {
 
 constexpr drive_listing drive_listings[] = {
     {VENDOR_HOST, get_pd_list_host, 64},
+    {VENDOR_AVAGO, get_pd_list_avago, 512},
     {VENDOR_CSMI, get_pd_list_csmi, 10},
     {VENDOR_NVME, get_pd_list_nvme, 64},
 };
@@ -74,7 +77,8 @@ void init_storage_lib(_storage_lib* lib) {
     if (load_drive_sizes("sizes.bin") != 0) {
         TRACE_PRINT("load the drive sizes profile file fail");
     }
-    // Controllers behind closed libraries are listed here, before the pseudo-controllers.
+    init_avago(lib_info_avago);
+    get_ctrl_lists_avago(lib);
     init_host_csmi(lib);
     init_host(lib);
     init_nvme(lib);
@@ -84,9 +88,31 @@ void init_storage_lib(_storage_lib* lib) {
 
 void un_init_storage_lib(_storage_lib* lib) {
     TRACE_PRINT("Entering %s", __func__);
+    un_init_avago(lib_info_avago);
     lib->ctrl_list = nullptr;
     lib->pd_list = nullptr;
     TRACE_PRINT("Exiting %s", __func__);
+}
+
+int get_ctrl_lists_avago(_storage_lib* lib) {
+    TRACE_PRINT("Entering %s", __func__);
+    int rc = 0;
+    uint32_t count = 0;
+    for (lib_info_entry& entry : lib_info_avago) {
+        if (entry.loaded != 0) {
+            count = 0;
+            rc = get_ctrl_list_avago(entry.type, &count, lib->ctrl_list + lib->ctrl_count,
+                                     lib->max_ctrl_count - lib->ctrl_count, lib->ctrl_count);
+            if (rc == 0) {
+                entry.ctrl_count = count;
+                lib->ctrl_count += count;
+                TRACE_PRINT("add %d", static_cast<int>(count));
+            }
+        }
+        TRACE_PRINT("ctrl count: %d", static_cast<int>(count));
+    }
+    TRACE_PRINT("Exiting %s, rc = %d", __func__, rc);
+    return rc;
 }
 
 void init_host_csmi(_storage_lib* lib) {

@@ -12,6 +12,9 @@ void init_storage_lib(_storage_lib* lib);
 // Releases the libraries and forgets the tables; counts and table contents stay.
 void un_init_storage_lib(_storage_lib* lib);
 
+// Lists the controllers of every loaded storelib library. Returns the result of the last listing, 0 without any.
+int get_ctrl_lists_avago(_storage_lib* lib);
+
 // Append one pseudo-controller each; one that does not fit is left out.
 void init_host_csmi(_storage_lib* lib);
 void init_host(_storage_lib* lib);

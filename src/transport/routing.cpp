@@ -1,6 +1,7 @@
 #include "transport/routing.h"
 
 #include "common/diagnostics.h"
+#include "raid/storelib_devices.h"
 #include "transport/host_device.h"
 
 namespace mirvok {
@@ -28,6 +29,9 @@ int send_scsi_command(_pd_info* pd, _scsi_cmd_in* in, _scsi_cmd_out* out) {
         case VENDOR_HOST:
         case VENDOR_NVME:
             rc = scsi_command_host(pd->handle, in, out);
+            break;
+        case VENDOR_AVAGO:
+            rc = scsi_passthru_avago(pd, in, out);
             break;
         default:
             TRACE_PRINT("not support");
