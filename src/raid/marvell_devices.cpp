@@ -8,6 +8,7 @@
 
 #include "common/bytes.h"
 #include "common/diagnostics.h"
+#include "common/signals.h"
 #include "common/text.h"
 #include "raid/marvell_library.h"
 
@@ -223,6 +224,7 @@ int dll_mv_drive_fw_update(uint8_t adapter, uint8_t device, const char* path) {
         sleep_wait(row->wait);
         poll_again = row->poll_again;
         rc = row->result;
+        held_signal();
     }
     TRACE_PRINT("Exiting function %s, ERR_CODE:%d", __func__, rc);
     return rc;

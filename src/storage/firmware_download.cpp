@@ -6,6 +6,7 @@
 #include "common/diagnostics.h"
 #include "common/signals.h"
 #include "profiles/firmware_image.h"
+#include "raid/marvell_devices.h"
 #include "raid/storelib_firmware.h"
 #include "transport/host_device.h"
 #include "transport/routing.h"
@@ -132,6 +133,9 @@ int flash_pd_fw(_pd_info* pd, profile_record* record) {
     const _ctrl_info* ctrl = pd->ctrl;
     int rc = 0;
     switch (ctrl->vendor) {
+        case VENDOR_MV:
+            rc = flash_pd_fw_mv(pd, path);
+            break;
         case VENDOR_AVAGO:
             rc = FlashPdFW_BRCM(ctrl->ctrl_id, static_cast<uint16_t>(ctrl->type), pd->device_id, path,
                                 write_buffer_offsets);

@@ -155,6 +155,9 @@ int get_pd_information(_pd_info* pd) {
         case VENDOR_CSMI:
             rc = identify_host(pd);
             break;
+        case VENDOR_MV:
+            rc = identify_sata(pd);
+            break;
         case VENDOR_NVME:
             rc = identify_nvme(pd);
             break;

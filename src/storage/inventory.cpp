@@ -4,6 +4,8 @@
 
 #include "common/diagnostics.h"
 #include "profiles/drive_sizes.h"
+#include "raid/marvell_devices.h"
+#include "raid/marvell_library.h"
 #include "raid/storelib_devices.h"
 #include "raid/storelib_library.h"
 #include "transport/host_scan.h"
@@ -19,9 +21,8 @@ struct drive_listing {
 };
 
 constexpr drive_listing drive_listings[] = {
-    {VENDOR_HOST, get_pd_list_host, 64},
-    {VENDOR_AVAGO, get_pd_list_avago, 512},
-    {VENDOR_CSMI, get_pd_list_csmi, 10},
+    {VENDOR_HOST, get_pd_list_host, 64}, {VENDOR_AVAGO, get_pd_list_avago, 512},
+    {VENDOR_MV, get_pd_list_mv, 2},      {VENDOR_CSMI, get_pd_list_csmi, 10},
     {VENDOR_NVME, get_pd_list_nvme, 64},
 };
 
@@ -79,6 +80,9 @@ void init_storage_lib(_storage_lib* lib) {
     }
     init_avago(lib_info_avago);
     get_ctrl_lists_avago(lib);
+    if (init_mv() == 0) {
+        get_ctrl_lists_mv(lib);
+    }
     init_host_csmi(lib);
     init_host(lib);
     init_nvme(lib);
@@ -89,6 +93,7 @@ void init_storage_lib(_storage_lib* lib) {
 void un_init_storage_lib(_storage_lib* lib) {
     TRACE_PRINT("Entering %s", __func__);
     un_init_avago(lib_info_avago);
+    un_init_mv();
     lib->ctrl_list = nullptr;
     lib->pd_list = nullptr;
     TRACE_PRINT("Exiting %s", __func__);
@@ -110,6 +115,25 @@ int get_ctrl_lists_avago(_storage_lib* lib) {
             }
         }
         TRACE_PRINT("ctrl count: %d", static_cast<int>(count));
+    }
+    TRACE_PRINT("Exiting %s, rc = %d", __func__, rc);
+    return rc;
+}
+
+int get_ctrl_lists_mv(_storage_lib* lib) {
+    TRACE_PRINT("Entering %s", __func__);
+    uint8_t count = 0;
+    const int rc = get_ctrl_count_mv(&count);
+    for (uint32_t i = 0; rc == 0 && i < count && lib->ctrl_count < lib->max_ctrl_count; ++i) {
+        _ctrl_info ctrl = {};
+        ctrl.vendor = VENDOR_MV;
+        ctrl.ctrl_id = i;
+        ctrl.ctrl_num = lib->ctrl_count;
+        ctrl.type = CTRL_TYPE_MARVELL;
+        if (get_ctrl_info_mv(&ctrl) != 0) {
+            lib->ctrl_list[lib->ctrl_count] = ctrl;
+            ++lib->ctrl_count;
+        }
     }
     TRACE_PRINT("Exiting %s, rc = %d", __func__, rc);
     return rc;

@@ -1,6 +1,7 @@
 #include "transport/routing.h"
 
 #include "common/diagnostics.h"
+#include "raid/marvell_devices.h"
 #include "raid/storelib_devices.h"
 #include "transport/host_device.h"
 
@@ -32,6 +33,9 @@ int send_scsi_command(_pd_info* pd, _scsi_cmd_in* in, _scsi_cmd_out* out) {
             break;
         case VENDOR_AVAGO:
             rc = scsi_passthru_avago(pd, in, out);
+            break;
+        case VENDOR_MV:
+            rc = scsi_passthru_mv(pd, in, out);
             break;
         default:
             TRACE_PRINT("not support");
