@@ -8,14 +8,20 @@
 
 namespace mirvok {
 
+// What a drive was matched by.
+enum match_t : uint16_t { MATCH_NONE, MATCH_PART_NUMBER, MATCH_PART_NUMBER_8S, MATCH_PRODUCT_ID };
+
 struct drive {
     _pd_info* pd;
     profile_record* record;  // the matched record, or null
     uint16_t found;          // 1 when a record matched
+    match_t match;
     // The flash command's alone.
     uint16_t update;  // 1 when a download was due, and was attempted
     uint16_t failed;  // 1 when the download or its verification failed
     uint32_t result;  // 0, or the code of a refusal or failure
+    uint16_t due;     // --check: 1 when the download is due and its image is in order
+    char level_before[32];
 };
 
 // Looks the drive up by part number, then by 8S part number, then, for the maker's own drives, by product

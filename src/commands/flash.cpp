@@ -92,7 +92,11 @@ void verify_level(drive* slot) {
         copy_text(pd->code_level, slot->record->fw_level);
         return;
     }
+    // The numbers that the drive is listed under stay.
+    const _pd_info listed = *pd;
     get_pd_information(pd);
+    copy_text(pd->part_number, listed.part_number);
+    copy_text(pd->serial_number, listed.serial_number);
     if (compare_code_level(pd->code_level, static_cast<uint32_t>(std::strlen(pd->code_level)),
                            slot->record->fw_level,
                            static_cast<uint32_t>(std::strlen(slot->record->fw_level))) != 0) {
@@ -111,9 +115,17 @@ void update_drive(drive* slot) {
     sleep_wait(slot->record->wait_time);
 }
 
+// A download that is due is not made: its image is examined instead.
+void check_drive(drive* slot) {
+    slot->result = static_cast<uint32_t>(check_pd_fw(slot->pd, slot->record));
+    slot->failed = slot->result != 0 ? 1 : 0;
+    slot->due = slot->result == 0 ? 1 : 0;
+}
+
 // Both halves of a listed drive's line, and its update between them.
 void handle_drive(flash* program, drive* slot, bool matched) {
     const int index = static_cast<int>(program->drive_count) + 1;
+    copy_text(slot->level_before, slot->pd->code_level);
     if (matched && slot->pd->size == 0) {
         slot->pd->size = slot->record->size;
     }
@@ -127,7 +139,9 @@ void handle_drive(flash* program, drive* slot, bool matched) {
             check_is_update(slot);
         }
     }
-    if (slot->update == 1) {
+    if (slot->update == 1 && program->check != 0) {
+        check_drive(slot);
+    } else if (slot->update == 1) {
         hold_stop_signal();
         update_drive(slot);
     }
@@ -170,11 +184,15 @@ int flash_drives(flash* program, _storage_lib* lib) {
             TRACE_PRINT("not selected: A:%d S:%d", static_cast<int>(pd->ctrl->ctrl_num), pd->device_id);
         }
     }
-    print_update_result(program);
+    const bool due =
+        program->check != 0 ? print_check_result(program) != 0 : print_update_result(program) != 0;
     if (held_signal() != 0) {
         return 128 + held_signal();
     }
-    return program->error_count != 0 ? FLASH_STATUS_FAILED : FLASH_STATUS_OK;
+    if (program->error_count != 0) {
+        return FLASH_STATUS_FAILED;
+    }
+    return due ? FLASH_STATUS_DUE : FLASH_STATUS_OK;
 }
 
 int flash_by_profile(flash* program) {
@@ -234,6 +252,7 @@ void init_program(flash* program) {
     program->log_on = 0;
     program->force = 0;
     program->all = 0;
+    program->check = 0;
     TRACE_PRINT("Exiting %s", __func__);
 }
 
@@ -244,13 +263,15 @@ int parse_command_line(int argc, char** argv, flash* program) {
     static int debug = 0;
     static int force = 0;
     static int all = 0;
+    static int check = 0;
     static const option options[] = {
         {"help", OPTION_NO_ARGUMENT, nullptr, 'h'},       {"usage", OPTION_NO_ARGUMENT, nullptr, 'h'},
         {"debug", OPTION_NO_ARGUMENT, &debug, 1},         {"adapter", OPTION_REQUIRED_ARGUMENT, nullptr, 'a'},
         {"slot", OPTION_REQUIRED_ARGUMENT, nullptr, 's'}, {"profile", OPTION_REQUIRED_ARGUMENT, nullptr, 'b'},
         {"force", OPTION_NO_ARGUMENT, &force, 1},         {"all", OPTION_NO_ARGUMENT, &all, 1},
         {"log", OPTION_REQUIRED_ARGUMENT, nullptr, 'l'},  {"os", OPTION_NO_ARGUMENT, &unused, 1},
-        {"verbose", OPTION_NO_ARGUMENT, &unused, 1},      {nullptr, OPTION_NO_ARGUMENT, nullptr, 0},
+        {"verbose", OPTION_NO_ARGUMENT, &unused, 1},      {"check", OPTION_NO_ARGUMENT, &check, 1},
+        {nullptr, OPTION_NO_ARGUMENT, nullptr, 0},
     };
     TRACE_PRINT("debug:%d,force:%d,program->force:%d", debug, force, program->force);
     int rc = 0;
@@ -264,6 +285,7 @@ int parse_command_line(int argc, char** argv, flash* program) {
     }
     program->force = static_cast<uint16_t>(force);
     program->all = static_cast<uint16_t>(all);
+    program->check = static_cast<uint16_t>(check);
     TRACE_PRINT("Exiting %s, rc = %d", __func__, rc);
     return rc;
 }
@@ -318,6 +340,21 @@ void check_is_update(drive* slot) {
         }
     }
     TRACE_PRINT("Exiting %s, flash=%d, rc = %d", __func__, slot->update, static_cast<int>(slot->result));
+}
+
+outcome_t outcome_of(const drive* slot) {
+    if (slot->found == 0) {
+        return OUTCOME_NOT_IN_PROFILE;
+    }
+    if (slot->update == 0) {
+        const bool refused =
+            slot->result == RESULT_UPDATE_NOT_ALLOWED || slot->result == RESULT_STATE_NOT_SUPPORTED;
+        return refused ? OUTCOME_REFUSED : OUTCOME_LATEST;
+    }
+    if (slot->failed == 1) {
+        return OUTCOME_FAILED;
+    }
+    return slot->due == 1 ? OUTCOME_DUE : OUTCOME_UPDATED;
 }
 
 int compare_code_level(const char* current, uint32_t current_length, const char* expected,

@@ -26,16 +26,30 @@ struct flash {
     uint16_t log_on;
     uint16_t force;
     uint16_t all;
+    uint16_t check;  // downloads nothing: tells what a run would do
 };
 
 // Exit statuses of flash; a run that a signal ends has 128 + the signal's number.
 enum flash_status_t {
     FLASH_STATUS_OK = 0,
+    FLASH_STATUS_DUE = 1,  // --check: something is due and nothing failed
     FLASH_STATUS_NO_DRIVE = 2,
     FLASH_STATUS_FAILED = 3,
     FLASH_STATUS_BAD_OPTIONS = 4,
     FLASH_STATUS_NO_PROFILE = 5,
 };
+
+// What became of a listed drive.
+enum outcome_t {
+    OUTCOME_LATEST,
+    OUTCOME_NOT_IN_PROFILE,
+    OUTCOME_REFUSED,
+    OUTCOME_DUE,
+    OUTCOME_UPDATED,
+    OUTCOME_FAILED,
+    outcome_count,
+};
+outcome_t outcome_of(const drive* slot);
 
 // Runs the operation and returns the exit status.
 int run_flash_drives(int argc, char** argv);

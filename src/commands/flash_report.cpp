@@ -88,6 +88,8 @@ void print_second_half(const drive* slot) {
         report("Flash: Fail(");
         report_result(slot, find_text(failure_texts, slot->result, text_number));
         report(")");
+    } else if (slot->due == 1) {
+        report("Flash: Due(%s)", slot->record->fw_level);
     } else {
         report("Flash: Success");
     }
@@ -197,6 +199,20 @@ int print_update_result(flash* program) {
     program->error_count = totals.failed;
     TRACE_PRINT("Exiting %s, rc = %d", __func__, 0);
     return 0;
+}
+
+int print_check_result(flash* program) {
+    TRACE_PRINT("Entering %s", __func__);
+    int counts[outcome_count] = {};
+    for (uint32_t i = 0; i < program->drive_count; ++i) {
+        ++counts[outcome_of(&program->drives[i])];
+    }
+    report("\n check %d (due:%d latest:%d refused:%d failed:%d NS:%d)\n\n",
+           static_cast<int>(program->drive_count), counts[OUTCOME_DUE], counts[OUTCOME_LATEST],
+           counts[OUTCOME_REFUSED], counts[OUTCOME_FAILED], counts[OUTCOME_NOT_IN_PROFILE]);
+    program->error_count = static_cast<uint16_t>(counts[OUTCOME_FAILED]);
+    TRACE_PRINT("Exiting %s, rc = %d", __func__, counts[OUTCOME_DUE]);
+    return counts[OUTCOME_DUE];
 }
 
 }  // namespace mirvok

@@ -14,4 +14,8 @@ void print_drive_info(drive* slot, int half, int index);
 // Prints the table and sets program->error_count. Returns 0.
 int print_update_result(flash* program);
 
+// Prints the line that stands in place of the table with --check, and sets program->error_count. Returns how
+// many drives are due.
+int print_check_result(flash* program);
+
 }  // namespace mirvok

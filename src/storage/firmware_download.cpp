@@ -24,7 +24,24 @@ constexpr uint16_t download_microcode_whole = 7;    // download and save
 
 constexpr uint32_t block_size = 512;
 
-const image_rule& image_rule_of(uint32_t protocol) {
+struct image_path {
+    char text[sizeof(image_directory) + sizeof(profile_record::image_name)];
+};
+
+image_path make_image_path(const profile_record* record) {
+    image_path path;
+    std::snprintf(path.text, sizeof(path.text), "%s%s", image_directory, record->image_name);
+    return path;
+}
+
+const image_rule& image_rule_of(const _pd_info* pd) {
+    const uint32_t protocol = pd->protocol;
+    if (pd->ctrl->vendor == VENDOR_AVAGO) {
+        return image_rule_storelib;
+    }
+    if (pd->ctrl->vendor == VENDOR_MV) {
+        return image_rule_any;
+    }
     if (protocol == PD_PROTOCOL_SAS) {
         return image_rule_sas;
     }
@@ -104,7 +121,7 @@ int load_image(std::FILE* file, uint32_t size, uint8_t** image) {
 int flash_host_pd(_pd_info* pd, const char* path, uint16_t wait_time) {
     std::FILE* file = nullptr;
     uint32_t size = 0;
-    int rc = open_image(path, image_rule_of(pd->protocol), &file, &size);
+    int rc = open_image(path, image_rule_of(pd), &file, &size);
     if (rc != 0) {
         return rc;
     }
@@ -126,23 +143,34 @@ int flash_host_pd(_pd_info* pd, const char* path, uint16_t wait_time) {
 
 int flash_pd_fw(_pd_info* pd, profile_record* record) {
     TRACE_PRINT("Entering %s", __func__);
-    char path[sizeof(image_directory) + sizeof(record->image_name)];
+    const image_path path = make_image_path(record);
     TRACE_PRINT("filename:%s", image_directory);
-    std::snprintf(path, sizeof(path), "%s%s", image_directory, record->image_name);
-    TRACE_PRINT("filename:%s", path);
+    TRACE_PRINT("filename:%s", path.text);
     const _ctrl_info* ctrl = pd->ctrl;
     int rc = 0;
     switch (ctrl->vendor) {
         case VENDOR_MV:
-            rc = flash_pd_fw_mv(pd, path);
+            rc = flash_pd_fw_mv(pd, path.text);
             break;
         case VENDOR_AVAGO:
-            rc = FlashPdFW_BRCM(ctrl->ctrl_id, static_cast<uint16_t>(ctrl->type), pd->device_id, path,
+            rc = FlashPdFW_BRCM(ctrl->ctrl_id, static_cast<uint16_t>(ctrl->type), pd->device_id, path.text,
                                 write_buffer_offsets);
             break;
         default:
-            rc = flash_host_pd(pd, path, record->wait_time);
+            rc = flash_host_pd(pd, path.text, record->wait_time);
             break;
+    }
+    TRACE_PRINT("Exiting %s, rc = %d", __func__, rc);
+    return rc;
+}
+
+int check_pd_fw(const _pd_info* pd, const profile_record* record) {
+    TRACE_PRINT("Entering %s", __func__);
+    std::FILE* file = nullptr;
+    uint32_t size = 0;
+    const int rc = open_image(make_image_path(record).text, image_rule_of(pd), &file, &size);
+    if (rc == 0) {
+        std::fclose(file);
     }
     TRACE_PRINT("Exiting %s, rc = %d", __func__, rc);
     return rc;

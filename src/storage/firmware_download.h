@@ -14,6 +14,10 @@ namespace mirvok {
 // cannot be sent whole.
 int flash_pd_fw(_pd_info* pd, profile_record* record);
 
+// Examines the record's image as the download to this drive would before it sends anything. Returns 0 or a
+// result code.
+int check_pd_fw(const _pd_info* pd, const profile_record* record);
+
 // WRITE BUFFER download (SPC-4, 6.49) of `size` bytes: mode 5 in one command, mode 7 in pieces of 32,768
 // bytes, any other mode in pieces of `chunk` bytes. Returns the code of the last command, 0 when all was
 // sent.
