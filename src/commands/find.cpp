@@ -4,6 +4,7 @@
 #include <cstdlib>
 
 #include "commands/banner.h"
+#include "commands/json_report.h"
 #include "common/diagnostics.h"
 #include "common/text.h"
 #include "storage/identification.h"
@@ -20,10 +21,12 @@ void find_drive(_find_program* program, _pd_info* pd) {
     *slot = {};
     if (get_pd_information(pd) == RESULT_IDENTIFY_FAILED) {
         TRACE_PRINT("Get SATA Identify Fail.");
+        report_left_out(pd, LEFT_OUT_IDENTIFY_FAILED, nullptr);
         return;
     }
     if (check_serial_number(pd) != 0) {
         TRACE_PRINT("duplicate");
+        report_left_out(pd, LEFT_OUT_DUPLICATE, duplicate_of());
         return;
     }
     slot->pd = pd;
@@ -65,14 +68,17 @@ int run_find_drives(int argc, char** argv) {
     init_program(&program);
     parse_command_line(argc, argv, &program);
     check_params(&program);
+    _storage_lib lib = {};
+    const int load_result = load_profile(program.profile_file, &program.profile);
+    report_profile(program.profile_file, load_result, load_result == 0 ? program.profile->count : 0);
     int rc = 1;
-    if (load_profile(program.profile_file, &program.profile) == 0) {
-        _storage_lib lib = {};
+    if (load_result == 0) {
         init_storage_lib(&lib);
         rc = find_drives(&program, &lib);
         un_init_storage_lib(&lib);
-        std::free(program.profile);
     }
+    write_report(&program, &lib, 0);
+    std::free(program.profile);
     TRACE_PRINT("Exiting %s, rc = %d", __func__, rc);
     return rc;
 }

@@ -6,6 +6,7 @@
 
 #include "commands/banner.h"
 #include "commands/flash_report.h"
+#include "commands/json_report.h"
 #include "common/diagnostics.h"
 #include "common/options.h"
 #include "common/signals.h"
@@ -156,11 +157,13 @@ void flash_drive(flash* program, _pd_info* pd) {
     *slot = {};
     if (get_pd_information(pd) == RESULT_IDENTIFY_FAILED) {
         TRACE_PRINT("Get SATA Identify Fail.");
+        report_left_out(pd, LEFT_OUT_IDENTIFY_FAILED, nullptr);
         return;
     }
     std::fflush(stdout);
     if (check_serial_number(pd) != 0) {
         TRACE_PRINT("duplicate");
+        report_left_out(pd, LEFT_OUT_DUPLICATE, duplicate_of());
         return;
     }
     slot->pd = pd;
@@ -182,6 +185,7 @@ int flash_drives(flash* program, _storage_lib* lib) {
             flash_drive(program, pd);
         } else {
             TRACE_PRINT("not selected: A:%d S:%d", static_cast<int>(pd->ctrl->ctrl_num), pd->device_id);
+            report_left_out(pd, LEFT_OUT_NOT_SELECTED, nullptr);
         }
     }
     const bool due =
@@ -195,15 +199,16 @@ int flash_drives(flash* program, _storage_lib* lib) {
     return due ? FLASH_STATUS_DUE : FLASH_STATUS_OK;
 }
 
-int flash_by_profile(flash* program) {
-    if (load_profile(program->profile_file, &program->profile) != 0) {
+int flash_by_profile(flash* program, _storage_lib* lib) {
+    const int load_result = load_profile(program->profile_file, &program->profile);
+    report_profile(program->profile_file, load_result, load_result == 0 ? program->profile->count : 0);
+    if (load_result != 0) {
         print_error_msg(message_no_profile);
         return FLASH_STATUS_NO_PROFILE;
     }
-    _storage_lib lib = {};
-    init_storage_lib(&lib);
-    const int rc = flash_drives(program, &lib);
-    un_init_storage_lib(&lib);
+    init_storage_lib(lib);
+    const int rc = flash_drives(program, lib);
+    un_init_storage_lib(lib);
     return rc;
 }
 
@@ -224,9 +229,11 @@ int run_flash_drives(int argc, char** argv) {
         print_error_msg(static_cast<uint32_t>(message));
         rc = FLASH_STATUS_BAD_OPTIONS;
     }
+    _storage_lib lib = {};
     if (rc == 0) {
-        rc = flash_by_profile(&program);
+        rc = flash_by_profile(&program, &lib);
     }
+    write_report(&program, &lib, rc);
     un_init_program(&program);
     TRACE_PRINT("Exiting %s, rc = %d", __func__, rc);
     return rc;
@@ -271,7 +278,7 @@ int parse_command_line(int argc, char** argv, flash* program) {
         {"force", OPTION_NO_ARGUMENT, &force, 1},         {"all", OPTION_NO_ARGUMENT, &all, 1},
         {"log", OPTION_REQUIRED_ARGUMENT, nullptr, 'l'},  {"os", OPTION_NO_ARGUMENT, &unused, 1},
         {"verbose", OPTION_NO_ARGUMENT, &unused, 1},      {"check", OPTION_NO_ARGUMENT, &check, 1},
-        {nullptr, OPTION_NO_ARGUMENT, nullptr, 0},
+        {"json", OPTION_REQUIRED_ARGUMENT, nullptr, 0},   {nullptr, OPTION_NO_ARGUMENT, nullptr, 0},
     };
     TRACE_PRINT("debug:%d,force:%d,program->force:%d", debug, force, program->force);
     int rc = 0;

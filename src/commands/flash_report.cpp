@@ -62,14 +62,21 @@ const result_text& find_text(const result_text (&texts)[Count], uint32_t code, c
     return other;
 }
 
-void report_result(const drive* slot, const result_text& row) {
-    std::printf("%s", row.screen);
-    TRACE_LOG("%s", row.log);
+void append_argument(const drive* slot, const result_text& row, char* text, size_t room) {
     if (row.argument == ARGUMENT_IMAGE) {
-        report("%s", slot->record->image_name);
+        std::snprintf(text, room, "%s", slot->record->image_name);
     } else if (row.argument == ARGUMENT_CODE) {
-        report("%d", static_cast<int>(slot->result));
+        std::snprintf(text, room, "%d", static_cast<int>(slot->result));
+    } else {
+        text[0] = '\0';
     }
+}
+
+void report_result(const drive* slot, const result_text& row) {
+    char argument[32];
+    append_argument(slot, row, argument, sizeof(argument));
+    std::printf("%s%s", row.screen, argument);
+    TRACE_LOG("%s%s", row.log, argument);
 }
 
 void print_first_half(const drive* slot, int index) {
@@ -106,15 +113,6 @@ constexpr type_label type_labels[] = {
     {CTRL_TYPE_IR2, "IR2"},   {CTRL_TYPE_IR3, "IR3"},         {CTRL_TYPE_IT, "IT"},
     {CTRL_TYPE_NVME, "NVMe"}, {CTRL_TYPE_MARVELL, "MARVELL"}, {CTRL_TYPE_RSTE, "RSTe"},
 };
-
-const char* label_of(ctrl_type_t type) {
-    for (const type_label& row : type_labels) {
-        if (row.type == type) {
-            return row.label;
-        }
-    }
-    return "Unknown";
-}
 
 void clear_counters(_ctrl_info* ctrl) {
     ctrl->dev_found = 0;
@@ -161,6 +159,22 @@ void print_counters(const _ctrl_info* ctrl) {
 }
 
 }  // namespace
+
+const char* label_of(ctrl_type_t type) {
+    for (const type_label& row : type_labels) {
+        if (row.type == type) {
+            return row.label;
+        }
+    }
+    return "Unknown";
+}
+
+const char* text_of_result(const drive* slot, char (&text)[text_of_result_size]) {
+    const result_text& row = find_text(failure_texts, slot->result, text_number);
+    const int length = std::snprintf(text, sizeof(text), "%s", row.screen);
+    append_argument(slot, row, text + length, sizeof(text) - static_cast<size_t>(length));
+    return text;
+}
 
 void print_drive_info(drive* slot, int half, int index) {
     TRACE_PRINT("Entering %s", __func__);

@@ -3,6 +3,7 @@
 #include <cstdio>
 #include <cstdlib>
 
+#include "commands/json_report.h"
 #include "commands/smart_collection.h"
 #include "commands/smart_report.h"
 #include "common/diagnostics.h"
@@ -24,14 +25,19 @@ enum exit_status_t : int {
 };
 
 // Values of the options that have no letter.
-enum long_option_t : int { OPTION_DEBUG = 0x100, OPTION_ALL, OPTION_OS };
+enum long_option_t : int { OPTION_DEBUG = 0x100, OPTION_ALL, OPTION_OS, OPTION_JSON };
 
 constexpr char short_options[] = "p:v:h";
 constexpr option long_options[] = {
-    {"profile", OPTION_REQUIRED_ARGUMENT, nullptr, 'p'},  {"verbose", OPTION_REQUIRED_ARGUMENT, nullptr, 'v'},
-    {"help", OPTION_NO_ARGUMENT, nullptr, 'h'},           {"usage", OPTION_NO_ARGUMENT, nullptr, 'h'},
-    {"debug", OPTION_NO_ARGUMENT, nullptr, OPTION_DEBUG}, {"all", OPTION_NO_ARGUMENT, nullptr, OPTION_ALL},
-    {"os", OPTION_NO_ARGUMENT, nullptr, OPTION_OS},       {nullptr, 0, nullptr, 0},
+    {"profile", OPTION_REQUIRED_ARGUMENT, nullptr, 'p'},
+    {"verbose", OPTION_REQUIRED_ARGUMENT, nullptr, 'v'},
+    {"help", OPTION_NO_ARGUMENT, nullptr, 'h'},
+    {"usage", OPTION_NO_ARGUMENT, nullptr, 'h'},
+    {"debug", OPTION_NO_ARGUMENT, nullptr, OPTION_DEBUG},
+    {"all", OPTION_NO_ARGUMENT, nullptr, OPTION_ALL},
+    {"os", OPTION_NO_ARGUMENT, nullptr, OPTION_OS},
+    {"json", OPTION_REQUIRED_ARGUMENT, nullptr, OPTION_JSON},
+    {nullptr, 0, nullptr, 0},
 };
 
 void print_smart_banner() {
@@ -61,16 +67,22 @@ void take_option(int character, _smart_program* program) {
 // Finds the drive's profile record: by part number, by 8S part number, and, for the maker's own drives, by
 // product identification. A drive found in one of the latter two ways takes the record's part number. Returns
 // 0 when found.
-int find_drive_record(_pd_info* pd, _smart_profile* profile, _smart_profile_record** record) {
-    if (find_profile(pd->part_number, profile, record, 0) == 0) {
+int find_drive_record(_smart_program* program, _smart_drive* drive) {
+    _pd_info* pd = drive->pd;
+    _smart_profile* profile = &program->profile;
+    drive->match = MATCH_PART_NUMBER;
+    int rc = find_profile(pd->part_number, profile, &drive->matched_record, 0);
+    if (rc == 0) {
         return 0;
     }
-    int rc = find_profile(pd->part_number_8s, profile, record, 0);
+    drive->match = MATCH_PART_NUMBER_8S;
+    rc = find_profile(pd->part_number_8s, profile, &drive->matched_record, 0);
     if (rc != 0 && is_veltra_disk(pd) == 0) {
-        rc = find_profile(pd->product_id, profile, record, 1);
+        drive->match = MATCH_PRODUCT_ID;
+        rc = find_profile(pd->product_id, profile, &drive->matched_record, 1);
     }
     if (rc == 0) {
-        copy_text(pd->part_number, (*record)->part_number);
+        copy_text(pd->part_number, drive->matched_record->part_number);
     }
     return rc;
 }
@@ -91,8 +103,12 @@ void report_drive(_smart_program* program, _pd_info* pd) {
     *drive = {};
     drive->pd = pd;
     get_pd_information(pd);
-    if (check_serial_number(pd) != 0 ||
-        find_drive_record(pd, &program->profile, &drive->matched_record) != 0) {
+    if (check_serial_number(pd) != 0) {
+        report_left_out(pd, LEFT_OUT_DUPLICATE, duplicate_of());
+        return;
+    }
+    if (find_drive_record(program, drive) != 0) {
+        report_left_out(pd, LEFT_OUT_NOT_IN_PROFILE, nullptr);
         return;
     }
     get_drive_smart(drive);
@@ -172,11 +188,14 @@ int run_smart_drives(int argc, char** argv) {
     parse_command_line(argc, argv, &program);
     check_params(&program);
     int rc = STATUS_NO_PROFILE;
-    if (load_profiles(&program) == 0) {
+    const int load_result = load_profiles(&program);
+    report_profile(program.profile_path, load_result, load_result == 0 ? program.profile.count : 0);
+    if (load_result == 0) {
         init_storage_lib(&lib);
         rc = report_inventory(&program, lib);
         un_init_storage_lib(&lib);
     }
+    write_report(&program, &lib, rc);
     TRACE_PRINT("Exiting %s, rc = %d", __func__, rc);
     return rc;
 }

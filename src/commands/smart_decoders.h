@@ -5,6 +5,7 @@
 
 #include <cstdint>
 
+#include "commands/drive_lookup.h"
 #include "profiles/smart_profile.h"
 #include "storage/device_model.h"
 
@@ -35,6 +36,7 @@ struct _smart_drive {
     _pd_info* pd;
     _smart_info info;
     _smart_profile_record* matched_record;
+    match_t match;
 };
 
 constexpr uint32_t smart_data_size = 512;   // ATA SMART data, SAS log page, NVMe health log as read here

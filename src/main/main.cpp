@@ -7,6 +7,7 @@
 
 #include "commands/find.h"
 #include "commands/flash.h"
+#include "commands/json_report.h"
 #include "commands/smart.h"
 #include "common/diagnostics.h"
 
@@ -38,10 +39,27 @@ operation_t opt = OPERATION_UNKNOWN;
 int debug_flag = 0;
 int OSTYPE = 0;
 int verbose = 0;
+const char* report_path = nullptr;  // of --json
 
 // Leading digits; anything else, and a value that is missing, counts as 0.
 int decimal(const char* text) {
     return text != nullptr ? static_cast<int>(std::strtol(text, nullptr, 10)) : 0;
+}
+
+// Whether `argument` is --json or an abbreviation of it, as the operations' own option scan takes it; *path
+// receives the file, which may stand behind a '='. Without a value it is the empty text, which no file has.
+bool is_json_switch(const char* argument, const char* next, const char** path) {
+    constexpr char name[] = "--json";
+    const size_t length = std::strcspn(argument, "=");
+    if (length < 3 || length >= sizeof(name) || std::strncmp(argument, name, length) != 0) {
+        return false;
+    }
+    if (argument[length] == '=') {
+        *path = argument + length + 1;
+    } else {
+        *path = next != nullptr ? next : "";
+    }
+    return true;
 }
 
 int get_operation(int argc, char** argv) {
@@ -64,6 +82,8 @@ int get_operation(int argc, char** argv) {
         } else if (std::strcmp(argv[i], "--verbose") == 0) {
             verbose = decimal(value);
             set_verbose(verbose);
+        } else {
+            is_json_switch(argv[i], value, &report_path);
         }
     }
     return 0;
@@ -79,18 +99,29 @@ void occupy_standard_descriptors() {
     }
 }
 
+// The report of a run is begun before the run; find runs on without one.
+int run_operation(int argc, char** argv) {
+    const bool reported = report_path == nullptr || open_report(argv[0], report_path, argv[1]) == 0;
+    switch (opt) {
+        case OPERATION_FIND:
+            run_find_drives(argc, argv);
+            return 0;
+        case OPERATION_FLASH:
+            return reported ? run_flash_drives(argc, argv) : FLASH_STATUS_BAD_OPTIONS;
+        default:
+            return reported ? run_smart_drives(argc, argv) : FLASH_STATUS_BAD_OPTIONS;
+    }
+}
+
 int run(int argc, char** argv) {
     occupy_standard_descriptors();
     get_operation(argc, argv);
     set_debug(debug_flag);
     switch (opt) {
         case OPERATION_FIND:
-            run_find_drives(argc, argv);
-            return 0;
         case OPERATION_FLASH:
-            return run_flash_drives(argc, argv);
         case OPERATION_SMART:
-            return run_smart_drives(argc, argv);
+            return run_operation(argc, argv);
         case OPERATION_UNKNOWN:
             TRACE_PRINT("unknown operation");
             return 0;

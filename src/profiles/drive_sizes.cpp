@@ -9,6 +9,7 @@
 namespace mirvok {
 
 drive_size drive_sizes[max_drive_sizes];
+int drive_sizes_result = 1;
 uint16_t drive_sizes_size = 0;
 
 namespace {
@@ -88,6 +89,7 @@ int load_drive_sizes(const char* name) {
         rc = read_table(file);
         std::fclose(file);
     }
+    drive_sizes_result = rc;
     TRACE_PRINT("Exiting %s, rc = %d", __func__, rc);
     return rc;
 }

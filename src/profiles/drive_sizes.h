@@ -14,6 +14,7 @@ struct drive_size {
 };
 
 extern drive_size drive_sizes[max_drive_sizes];
+extern int drive_sizes_result;     // what the last load returned; 1 before any
 extern uint16_t drive_sizes_size;  // entries loaded; 0 until a load succeeds
 
 // Loads the table from a file. Returns 0, 1 when the file cannot be opened, 2 for a bad trailer signature, 3

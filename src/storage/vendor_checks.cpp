@@ -13,6 +13,10 @@ namespace {
 // number.
 constexpr uint16_t serial_length = 8;
 
+// Whose each entry of the list is, and whose the last match was.
+const _pd_info* sno_owners[max_drives];
+const _pd_info* seen_before = nullptr;
+
 template <size_t Count, size_t Width>
 bool begins_with_any(const char* text, const char (&prefixes)[Count][Width]) {
     for (const auto& prefix : prefixes) {
@@ -48,6 +52,7 @@ bool is_listed(const _pd_info* pd) {
                     static_cast<int>(sizeof(entry.part_number)), entry.part_number);
         if (equals_field(entry.serial_number, sizeof(entry.serial_number), pd->serial_number) &&
             equals_field(entry.part_number, sizeof(entry.part_number), pd->part_number)) {
+            seen_before = sno_owners[i];
             return true;
         }
     }
@@ -69,6 +74,7 @@ void enter(const _pd_info* pd) {
     if (length <= sizeof(entry.part_number)) {
         std::memcpy(entry.serial_number, pd->serial_number, text_length(pd->serial_number, serial_length));
     }
+    sno_owners[sno_count] = pd;
     ++sno_count;
 }
 
@@ -104,6 +110,10 @@ int check_serial_number(_pd_info* pd) {
     }
     TRACE_PRINT("Exiting %s, find = %d", __func__, find);
     return find;
+}
+
+const _pd_info* duplicate_of() {
+    return seen_before;
 }
 
 int is_digital_letter(const char* text, uint16_t length) {

@@ -16,6 +16,9 @@ uint16_t is_veltra_disk(_pd_info* pd);
 // takes the last 8 characters of its own serial number.
 int check_serial_number(_pd_info* pd);
 
+// The drive that the last duplicate was seen as before.
+const _pd_info* duplicate_of();
+
 // 1 when each of the first `length` characters is an ASCII digit or letter.
 int is_digital_letter(const char* text, uint16_t length);
 int is_digital(char character);

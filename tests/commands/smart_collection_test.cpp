@@ -56,7 +56,7 @@ TEST(SmartCollection, ReadByProtocolAndPath) {
         record.life_attr_id = 999;
         record.life_threshold = 1;
         record.smart_type = 1;
-        _smart_drive drive = {&pd, {}, &record};
+        _smart_drive drive = {&pd, {}, &record, {}};
         drive.info.pfa_trip = 1;
         drive.info.life_valid = 1;  // flagged by the evaluation, and only by it
         const std::string trace = output_of([&] { EXPECT_EQ(get_drive_smart(&drive), row.rc) << row.steps; });

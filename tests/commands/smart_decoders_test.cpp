@@ -198,7 +198,7 @@ TEST(SmartDecoders, JudgeReturnedStatus) {
             ctrl.vendor = vendor;
             _pd_info pd = {};
             pd.ctrl = &ctrl;
-            _smart_drive drive = {&pd, {}, nullptr};
+            _smart_drive drive = {&pd, {}, nullptr, {}};
             const bool host = vendor == VENDOR_HOST;
             const bytes status = hex_at(host ? 3 : 17, mid, hex_at(host ? 4 : 19, high));
             parse_veltra_smart_returnStatus_sata(status.data(), &drive);

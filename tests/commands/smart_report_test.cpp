@@ -78,7 +78,7 @@ TEST(SmartReport, PrintBlocks) {
         std::strcpy(pd.device_serial, "S4YNNE0M712345");
         std::strcpy(pd.code_level, "MVT1");
         _smart_profile_record record = {"", "", 27, 10, 0, 2000000000, 0, 70, 0, 0};
-        _smart_drive drive = {&pd, info, &record};
+        _smart_drive drive = {&pd, info, &record, {}};
         calculate_smart(&drive.info, &record);
         blocks += output_of([&, at = number] { print_smart_info(&drive, at); });
     }

@@ -1,0 +1,128 @@
+#include "commands/report_file.h"
+
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <climits>
+#include <csignal>
+#include <cstdlib>
+#include <cstring>
+
+namespace mirvok {
+
+namespace {
+
+// Room set aside before the run begins: enough for the report of some hundred drives.
+constexpr off_t room = 256 * 1024;
+constexpr char suffix[] = ".XXXXXX";
+constexpr int ending_signals[] = {SIGINT, SIGTERM, SIGHUP, SIGQUIT, SIGPIPE};
+
+char final_path[PATH_MAX];
+char temporary_path[PATH_MAX + sizeof(suffix)];
+std::FILE* file = nullptr;
+
+void remove_and_end(int number) {
+    unlink(temporary_path);
+    std::signal(number, SIG_DFL);
+    std::raise(number);
+}
+
+void clean_up_at_signals() {
+    for (const int number : ending_signals) {
+        if (std::signal(number, remove_and_end) == SIG_IGN) {
+            std::signal(number, SIG_IGN);
+        }
+    }
+}
+
+// An existing file must be one that could be written, though it is replaced.
+int check_place(const char* path) {
+    struct stat status = {};
+    if (stat(path, &status) != 0) {
+        return errno == ENOENT ? 0 : errno;
+    }
+    if (S_ISDIR(status.st_mode)) {
+        return EISDIR;
+    }
+    if (!S_ISREG(status.st_mode)) {
+        return EINVAL;
+    }
+    return access(path, W_OK) != 0 ? errno : 0;
+}
+
+int open_temporary() {
+    const int descriptor = mkstemp(temporary_path);
+    if (descriptor < 0) {
+        return errno;
+    }
+    const mode_t mask = umask(0);
+    umask(mask);
+    fchmod(descriptor, 0666 & ~mask);
+    const int rc = posix_fallocate(descriptor, 0, room);
+    file = rc == 0 ? fdopen(descriptor, "w") : nullptr;
+    if (file == nullptr) {
+        close(descriptor);
+        unlink(temporary_path);
+        return rc != 0 ? rc : ENOMEM;
+    }
+    return 0;
+}
+
+void sync_directory() {
+    char* slash = std::strrchr(final_path, '/');
+    if (slash != nullptr) {
+        slash[slash == final_path ? 1 : 0] = '\0';
+    }
+    const int directory = open(slash != nullptr ? final_path : ".", O_RDONLY | O_DIRECTORY);
+    if (directory >= 0) {
+        fsync(directory);
+        close(directory);
+    }
+}
+
+}  // namespace
+
+int open_report_file(const char* path) {
+    const size_t length = std::strlen(path);
+    if (length == 0 || length >= sizeof(final_path)) {
+        return length == 0 ? ENOENT : ENAMETOOLONG;
+    }
+    const int rc = check_place(path);
+    if (rc != 0) {
+        return rc;
+    }
+    std::memcpy(final_path, path, length + 1);
+    std::memcpy(temporary_path, path, length);
+    std::memcpy(temporary_path + length, suffix, sizeof(suffix));
+    clean_up_at_signals();
+    return open_temporary();
+}
+
+std::FILE* report_file() {
+    return file;
+}
+
+int close_report_file(bool complete) {
+    int rc = 0;
+    if (!complete || std::fflush(file) != 0 || ftruncate(fileno(file), std::ftell(file)) != 0 ||
+        fsync(fileno(file)) != 0) {
+        rc = errno != 0 ? errno : EIO;
+    }
+    if (std::fclose(file) != 0 && rc == 0) {
+        rc = errno;
+    }
+    file = nullptr;
+    if (rc == 0 && std::rename(temporary_path, final_path) != 0) {
+        rc = errno;
+    }
+    if (rc != 0) {
+        unlink(temporary_path);
+    } else {
+        sync_directory();
+    }
+    return rc;
+}
+
+}  // namespace mirvok
