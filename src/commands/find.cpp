@@ -6,6 +6,7 @@
 #include "commands/banner.h"
 #include "commands/json_report.h"
 #include "common/diagnostics.h"
+#include "common/progress.h"
 #include "common/text.h"
 #include "storage/identification.h"
 #include "storage/inventory.h"
@@ -19,6 +20,7 @@ namespace {
 void find_drive(_find_program* program, _pd_info* pd) {
     drive* slot = &program->drives[program->drive_count];
     *slot = {};
+    progress_step("identifying");
     if (get_pd_information(pd) == RESULT_IDENTIFY_FAILED) {
         TRACE_PRINT("Get SATA Identify Fail.");
         report_left_out(pd, LEFT_OUT_IDENTIFY_FAILED, nullptr);
@@ -36,6 +38,7 @@ void find_drive(_find_program* program, _pd_info* pd) {
         }
         slot->found = 1;
     }
+    progress_clear();
     print_drive_info(slot, program->drive_count + 1);
     ++program->drive_count;
 }
@@ -52,8 +55,10 @@ int find_drives(_find_program* program, _storage_lib* lib) {
     TRACE_PRINT("storagelib ctrl_count:%d, pd_count:%d", static_cast<int>(lib->ctrl_count),
                 static_cast<int>(lib->pd_count));
     for (uint32_t i = 0; i < lib->pd_count; ++i) {
+        progress_drive(i + 1, lib->pd_count);
         find_drive(program, &lib->pd_list[i]);
     }
+    progress_clear();
     TRACE_PRINT("drive count:%d", program->drive_count);
     dump_find_result(program);
     return 0;

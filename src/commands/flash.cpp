@@ -9,6 +9,7 @@
 #include "commands/json_report.h"
 #include "common/diagnostics.h"
 #include "common/options.h"
+#include "common/progress.h"
 #include "common/signals.h"
 #include "common/text.h"
 #include "storage/firmware_download.h"
@@ -95,6 +96,7 @@ void verify_level(drive* slot) {
     }
     // The numbers that the drive is listed under stay.
     const _pd_info listed = *pd;
+    progress_step("verifying");
     get_pd_information(pd);
     copy_text(pd->part_number, listed.part_number);
     copy_text(pd->serial_number, listed.serial_number);
@@ -113,7 +115,7 @@ void update_drive(drive* slot) {
     } else {
         verify_level(slot);
     }
-    sleep_wait(slot->record->wait_time);
+    progress_wait(slot->record->wait_time);
 }
 
 // A download that is due is not made: its image is examined instead.
@@ -130,8 +132,10 @@ void handle_drive(flash* program, drive* slot, bool matched) {
     if (matched && slot->pd->size == 0) {
         slot->pd->size = slot->record->size;
     }
-    print_drive_info(slot, 0, index);
+    progress_clear();
+    const size_t column = print_drive_info(slot, 0, index);
     std::fflush(stdout);
+    progress_continue(column);
     if (matched) {
         slot->found = 1;
         if (program->force != 0) {
@@ -146,6 +150,7 @@ void handle_drive(flash* program, drive* slot, bool matched) {
         hold_stop_signal();
         update_drive(slot);
     }
+    progress_clear();
     print_drive_info(slot, 1, index);
     std::fflush(stdout);
     release_stop_signal();
@@ -155,6 +160,7 @@ void handle_drive(flash* program, drive* slot, bool matched) {
 void flash_drive(flash* program, _pd_info* pd) {
     drive* slot = &program->drives[program->drive_count];
     *slot = {};
+    progress_step("identifying");
     if (get_pd_information(pd) == RESULT_IDENTIFY_FAILED) {
         TRACE_PRINT("Get SATA Identify Fail.");
         report_left_out(pd, LEFT_OUT_IDENTIFY_FAILED, nullptr);
@@ -172,16 +178,19 @@ void flash_drive(flash* program, _pd_info* pd) {
 }
 
 int flash_drives(flash* program, _storage_lib* lib) {
-    if (count_selected(program, lib) == 0) {
+    const uint32_t selected = count_selected(program, lib);
+    if (selected == 0) {
         TRACE_PRINT("pd count == 0");
         std::printf("No Physical Disk found\n\n");
         return FLASH_STATUS_NO_DRIVE;
     }
     program->ctrl_list = lib->ctrl_list;
     program->ctrl_count = lib->ctrl_count;
+    uint32_t in_work = 0;
     for (uint32_t i = 0; i < lib->pd_count && held_signal() == 0; ++i) {
         _pd_info* pd = &lib->pd_list[i];
         if (is_selected(program, pd)) {
+            progress_drive(++in_work, selected);
             flash_drive(program, pd);
         } else {
             TRACE_PRINT("not selected: A:%d S:%d", static_cast<int>(pd->ctrl->ctrl_num), pd->device_id);

@@ -79,10 +79,10 @@ void report_result(const drive* slot, const result_text& row) {
     TRACE_LOG("%s%s", row.log, argument);
 }
 
-void print_first_half(const drive* slot, int index) {
+int print_first_half(const drive* slot, int index) {
     const _pd_info* pd = slot->pd;
-    report(" %2d A:%3d S:%3d %s:%s-%s SNo:%8s ", index, static_cast<int>(pd->ctrl->ctrl_num), pd->device_id,
-           pd->part_number, pd->dummy, pd->fru, pd->serial_number);
+    return report(" %2d A:%3d S:%3d %s:%s-%s SNo:%8s ", index, static_cast<int>(pd->ctrl->ctrl_num),
+                  pd->device_id, pd->part_number, pd->dummy, pd->fru, pd->serial_number);
 }
 
 void print_second_half(const drive* slot) {
@@ -176,14 +176,16 @@ const char* text_of_result(const drive* slot, char (&text)[text_of_result_size])
     return text;
 }
 
-void print_drive_info(drive* slot, int half, int index) {
+size_t print_drive_info(drive* slot, int half, int index) {
     TRACE_PRINT("Entering %s", __func__);
+    int characters = 0;
     if (half == 0) {
-        print_first_half(slot, index);
+        characters = print_first_half(slot, index);
     } else if (half == 1) {
         print_second_half(slot);
     }
     TRACE_PRINT("Exiting %s", __func__);
+    return characters > 0 ? static_cast<size_t>(characters) : 0;
 }
 
 int print_update_result(flash* program) {

@@ -18,7 +18,8 @@ const char* text_of_result(const drive* slot, char (&text)[text_of_result_size])
 
 // half 0: the first half of the drive's line, before it is worked on; half 1: the second half with the
 // result.
-void print_drive_info(drive* slot, int half, int index);
+// Returns the characters of the first half.
+size_t print_drive_info(drive* slot, int half, int index);
 
 // Prints the table and sets program->error_count. Returns 0.
 int print_update_result(flash* program);

@@ -8,6 +8,7 @@
 #include "commands/smart_report.h"
 #include "common/diagnostics.h"
 #include "common/options.h"
+#include "common/progress.h"
 #include "common/text.h"
 #include "storage/identification.h"
 #include "storage/inventory.h"
@@ -102,6 +103,7 @@ void report_drive(_smart_program* program, _pd_info* pd) {
     _smart_drive* drive = &program->drives[program->total_count];
     *drive = {};
     drive->pd = pd;
+    progress_step("identifying");
     get_pd_information(pd);
     if (check_serial_number(pd) != 0) {
         report_left_out(pd, LEFT_OUT_DUPLICATE, duplicate_of());
@@ -111,7 +113,9 @@ void report_drive(_smart_program* program, _pd_info* pd) {
         report_left_out(pd, LEFT_OUT_NOT_IN_PROFILE, nullptr);
         return;
     }
+    progress_step("reading SMART data");
     get_drive_smart(drive);
+    progress_clear();
     count_drive(program, pd->protocol);
     print_smart_info(drive, program->total_count);
 }
@@ -127,8 +131,10 @@ int report_inventory(_smart_program* program, const _storage_lib& lib) {
     }
     TRACE_PRINT("pd count:%u", lib.pd_count);
     for (uint32_t i = 0; i < lib.pd_count; ++i) {
+        progress_drive(i + 1, lib.pd_count);
         report_drive(program, &lib.pd_list[i]);
     }
+    progress_clear();
     print_smart_result(program);
     return STATUS_OK;
 }

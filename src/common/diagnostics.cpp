@@ -90,14 +90,15 @@ void TRACE_LOG(const char* format, ...) {
     va_end(arguments);
 }
 
-void report(const char* format, ...) {
+int report(const char* format, ...) {
     va_list arguments;
     va_start(arguments, format);
-    std::vprintf(format, arguments);
+    const int characters = std::vprintf(format, arguments);
     va_end(arguments);
     va_start(arguments, format);
     write_log(format, arguments);
     va_end(arguments);
+    return characters;
 }
 
 int init_log(const char* name) {

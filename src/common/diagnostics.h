@@ -22,8 +22,9 @@ void TRACE_PRINT(const char* format, ...) __attribute__((format(printf, 1, 2)));
 // whose format ends with a line feed is written through to the disk.
 void TRACE_LOG(const char* format, ...) __attribute__((format(printf, 1, 2)));
 
-// Formatted text to standard output and to the log file alike.
-void report(const char* format, ...) __attribute__((format(printf, 1, 2)));
+// Formatted text to standard output and to the log file alike. Returns the number of its characters, negative
+// when standard output does not take it.
+int report(const char* format, ...) __attribute__((format(printf, 1, 2)));
 
 // Opens (creates, truncates) the log file: 1 when opened, 0 when not.
 int init_log(const char* name);

@@ -10,6 +10,7 @@
 #include "commands/json_report.h"
 #include "commands/smart.h"
 #include "common/diagnostics.h"
+#include "common/progress.h"
 
 namespace mirvok {
 
@@ -117,6 +118,7 @@ int run(int argc, char** argv) {
     occupy_standard_descriptors();
     get_operation(argc, argv);
     set_debug(debug_flag);
+    init_progress();
     switch (opt) {
         case OPERATION_FIND:
         case OPERATION_FLASH:

@@ -8,6 +8,7 @@
 
 #include "common/bytes.h"
 #include "common/diagnostics.h"
+#include "common/progress.h"
 #include "common/signals.h"
 #include "common/text.h"
 #include "raid/marvell_library.h"
@@ -221,6 +222,7 @@ int dll_mv_drive_fw_update(uint8_t adapter, uint8_t device, const char* path) {
             std::find_if(std::begin(download_statuses), std::end(download_statuses),
                          [status](const download_status& known) { return known.status == status; });
         row = row != std::end(download_statuses) ? row : &other_download_status;
+        progress_percentage(percentage);
         sleep_wait(row->wait);
         poll_again = row->poll_again;
         rc = row->result;

@@ -7,6 +7,7 @@
 
 #include "common/bytes.h"
 #include "common/diagnostics.h"
+#include "common/progress.h"
 #include "common/signals.h"
 #include "profiles/firmware_image.h"
 #include "raid/storelib_devices.h"
@@ -79,7 +80,7 @@ bool poll_controller(uint32_t ctrl_id, uint16_t ctrl_type) {
             return true;
         }
         TRACE_PRINT("supportPDFWDownload disabled, wait 10s");
-        sleep_wait(poll_wait);
+        progress_wait(poll_wait);
     }
     return false;
 }
@@ -88,8 +89,9 @@ bool poll_controller(uint32_t ctrl_id, uint16_t ctrl_type) {
 bool await_permission(uint32_t ctrl_id, uint16_t ctrl_type, uint16_t device_id, uint8_t mode,
                       uint32_t image_size) {
     for (int attempt = 0; attempt < max_attempts; ++attempt) {
+        progress_attempt(attempt + 1, max_attempts);
         if (PrepareForPDFWDownload(ctrl_id, ctrl_type, device_id, mode, image_size) != 0) {
-            sleep_wait(announcement_wait);
+            progress_wait(announcement_wait);
         } else if (poll_controller(ctrl_id, ctrl_type)) {
             return true;
         }
@@ -115,7 +117,7 @@ int download_image(uint32_t ctrl_id, uint16_t ctrl_type, uint16_t device_id, uin
     }
     rc = DoPDFWDownload_7(ctrl_id, device_id, ctrl_type, interface, file, image_size);
     std::fclose(file);
-    sleep_wait(download_wait);
+    progress_wait(download_wait);
     return rc;
 }
 
@@ -240,6 +242,7 @@ int DoPDFWDownload_7(uint32_t ctrl_id, uint16_t device_id, uint16_t ctrl_type, u
         ++chunk;
         offset += length;
         block_offset += download_chunk / block_size;
+        progress_sent(offset, image_size);
         held_signal();
     }
     TRACE_PRINT("Exiting %s, rc = %d", __func__, rc);

@@ -4,6 +4,7 @@
 #include <cstdlib>
 
 #include "common/diagnostics.h"
+#include "common/progress.h"
 #include "common/signals.h"
 #include "profiles/firmware_image.h"
 #include "raid/marvell_devices.h"
@@ -134,7 +135,7 @@ int flash_host_pd(_pd_info* pd, const char* path, uint16_t wait_time) {
     std::free(image);
     if (rc == 0) {
         TRACE_PRINT("FLASH OK");
-        sleep_wait(wait_time);
+        progress_wait(wait_time);
     }
     return rc;
 }
@@ -195,6 +196,7 @@ int flash_disk_fw_sas(_pd_info* pd, uint8_t* image, uint32_t size, uint16_t mode
                     static_cast<unsigned long>(remaining));
         rc = write_buffer(pd, mode, offset, image + offset, length);
         offset += length;
+        progress_sent(offset, size);
         held_signal();
     }
     close_drive(pd);
@@ -222,6 +224,7 @@ uint16_t flash_disk_fw_ata(_pd_info* pd, uint8_t* image, uint32_t size, uint16_t
         rc = download_microcode(pd, subcommand, block_offset, image + offset, length);
         offset += length;
         block_offset += (length + block_size - 1) / block_size;
+        progress_sent(offset, size);
         held_signal();
     }
     close_drive(pd);

@@ -11,6 +11,8 @@
 #include <cstring>
 
 #include "common/diagnostics.h"
+#include "common/progress.h"
+#include "common/signals.h"
 
 namespace mirvok {
 
@@ -105,6 +107,8 @@ int download_firmware_image(uint32_t handle, uint8_t* image, uint32_t size, uint
         }
         TRACE_PRINT("offset:%#x transfer size:%#x", offset, transfer);
         offset += transfer;
+        progress_sent(offset, size);
+        held_signal();
     }
     return result;
 }

@@ -1,0 +1,158 @@
+#include "common/progress.h"
+
+#include <sys/ioctl.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <ctime>
+
+#include "common/diagnostics.h"
+
+namespace mirvok {
+
+namespace {
+
+constexpr int64_t shortest_interval = 100'000'000;  // nanoseconds between two updates
+
+// Below the line in work: make room without losing the cursor's column, go there, and come back.
+constexpr char make_room[] = "\033D\033[A";
+constexpr char go_below[] = "\0337\033[B\r";
+constexpr char erase_rest[] = "\033[K";
+constexpr char come_back[] = "\0338";
+
+bool enabled = false;
+bool below = false;    // the line in work has begun: the progress stands below it, else in its place
+bool visible = false;  // something of ours stands on the terminal
+uint32_t drive_number = 0;
+uint32_t drive_count = 0;
+int64_t last_update = 0;
+
+int64_t now() {
+    struct timespec time = {};
+    clock_gettime(CLOCK_MONOTONIC, &time);
+    return time.tv_sec * 1'000'000'000LL + time.tv_nsec;
+}
+
+// Columns of the terminal, which may change its size at any time; 0 when it is gone.
+size_t columns() {
+    struct winsize size = {};
+    return ioctl(STDERR_FILENO, TIOCGWINSZ, &size) == 0 ? size.ws_col : 0;
+}
+
+void write_terminal(const char* text) {
+    // A terminal that went away in mid-run is no reason to stop.
+    (void)!write(STDERR_FILENO, text, std::strlen(text));
+}
+
+void show(const char* text) {
+    const int64_t time = now();
+    if (!enabled || drive_count == 0 || time - last_update < shortest_interval) {
+        return;
+    }
+    const size_t width = columns();
+    char line[160];
+    std::snprintf(line, sizeof(line), "drive %u of %u: %s", drive_number, drive_count, text);
+    if (width < sizeof(line)) {
+        line[width > 0 ? width - 1 : 0] = '\0';  // the last column stays free: nothing may wrap
+    }
+    char output[sizeof(line) + 64];
+    if (below) {
+        std::snprintf(output, sizeof(output), "%s%s%s%s%s", make_room, go_below, line, erase_rest, come_back);
+    } else {
+        std::snprintf(output, sizeof(output), "\r%s%s", line, erase_rest);
+    }
+    write_terminal(output);
+    visible = true;
+    last_update = time;
+}
+
+}  // namespace
+
+void init_progress() {
+    const char* terminal = std::getenv("TERM");
+    enabled = isatty(STDERR_FILENO) == 1 && terminal != nullptr && terminal[0] != '\0' &&
+              std::strcmp(terminal, "dumb") != 0 && get_debug() == 0 && get_verbose() == 0;
+}
+
+void progress_drive(uint32_t number, uint32_t count) {
+    progress_clear();
+    drive_number = number;
+    drive_count = count;
+    below = false;
+}
+
+void progress_continue(size_t column) {
+    if (!enabled) {
+        return;
+    }
+    below = true;
+    // A cursor that waits behind the last column would lose its place: below such a line nothing is shown.
+    const size_t width = columns();
+    if (width == 0 || column % width == 0) {
+        drive_count = 0;
+    }
+}
+
+void progress_step(const char* step) {
+    show(step);
+}
+
+void progress_sent(uint64_t sent, uint64_t size) {
+    if (!enabled || size == 0) {
+        return;
+    }
+    constexpr size_t bar_width = 20;
+    char bar[bar_width + 1] = {};
+    const size_t filled = static_cast<size_t>(std::min(sent, size) * bar_width / size);
+    std::memset(bar, '.', bar_width);
+    std::memset(bar, '#', filled);
+    char text[96];
+    std::snprintf(text, sizeof(text), "sent [%s] %llu of %llu KiB", bar,
+                  static_cast<unsigned long long>(sent / 1024),
+                  static_cast<unsigned long long>((size + 1023) / 1024));
+    show(text);
+}
+
+void progress_percentage(uint32_t percentage) {
+    char text[32];
+    std::snprintf(text, sizeof(text), "sent %u%%", percentage);
+    show(text);
+}
+
+void progress_attempt(int attempt, int attempts) {
+    char text[64];
+    std::snprintf(text, sizeof(text), "asking the controller, attempt %d of %d", attempt, attempts);
+    show(text);
+}
+
+void progress_wait(unsigned int seconds) {
+    if (!enabled) {
+        sleep_wait(seconds);
+        return;
+    }
+    for (; seconds > 0; --seconds) {
+        char text[48];
+        std::snprintf(text, sizeof(text), "waiting, %u s left", seconds);
+        show(text);
+        sleep_wait(1);
+    }
+}
+
+void progress_clear() {
+    if (!visible) {
+        return;
+    }
+    char output[32];
+    if (below) {
+        std::snprintf(output, sizeof(output), "%s%s%s", go_below, erase_rest, come_back);
+    } else {
+        std::snprintf(output, sizeof(output), "\r%s", erase_rest);
+    }
+    write_terminal(output);
+    visible = false;
+}
+
+}  // namespace mirvok
