@@ -110,9 +110,9 @@ void progress_sent(uint64_t sent, uint64_t size) {
     std::memset(bar, '.', bar_width);
     std::memset(bar, '#', filled);
     char text[96];
-    std::snprintf(text, sizeof(text), "sent [%s] %llu of %llu KiB", bar,
+    std::snprintf(text, sizeof(text), "sent %llu of %llu KiB [%s]",
                   static_cast<unsigned long long>(sent / 1024),
-                  static_cast<unsigned long long>((size + 1023) / 1024));
+                  static_cast<unsigned long long>((size + 1023) / 1024), bar);
     show(text);
 }
 

@@ -1,0 +1,68 @@
+"""Reports of every kind of run: valid by docs/report.schema.json, whole or not there, and without effect on the rest."""
+import json
+import os
+import pathlib
+import subprocess
+
+import jsonschema
+import pytest
+
+HERE = pathlib.Path(__file__).resolve().parent
+BUILD = pathlib.Path(os.environ["MIRVOK_BUILD"])
+SCHEMA = json.loads((HERE.parents[1] / "docs/report.schema.json").read_text())
+FAULTS = {
+    "signal": {"drive": "sata", "command": "download", "nth": 2, "answer": "signal:TERM"},
+    "silent": {"command": "any", "count": 0, "answer": "zeros"},
+    "loud": {"command": "any", "nth": 1, "count": 0, "answer": "random"},
+}
+# Name: machine, arguments, faults, what happens before.
+RUNS = {
+    "find": ("mixed", "find", [], ""),
+    "find_controllers": ("storelib", "find", [], ""),
+    "find_marvell": ("marvell", "find", [], ""),
+    "find_no_profile": ("mixed", "find", [], "rm *.bin"),
+    "find_no_drives": ("empty", "find", [], ""),
+    "find_silent": ("storelib", "find", ["silent"], ""),
+    "find_loud": ("mixed", "find", ["loud"], ""),
+    "check": ("storelib", "flash --check", [], ""),
+    "check_failed": ("pair", "flash --check", [], "rm files/kestrel.bin"),
+    "flash": ("flash", "flash", [], ""),
+    "flash_signal": ("pair", "flash", ["signal"], ""),
+    "flash_selected": ("pair", "flash -a 1 -s 1", [], ""),
+    "flash_bad_options": ("pair", "flash -a 1", [], ""),
+    "smart": ("smart", "smart", [], ""),
+    "smart_no_profile": ("smart", "smart -p none", [], ""),
+}
+
+
+def lab(folder, machine, arguments, faults=(), before=""):
+    (folder / "files").mkdir(parents=True)
+    for kind, name in (("flash", "flashdrv"), ("sizes", "sizes"), ("smart", "talvex")):
+        subprocess.run([BUILD / "mirvok-profile", "build", kind, HERE / "data" / f"{name}.json", folder / f"{name}.bin"], check=True)
+    for name in ("kestrel", "osprey", "harrier"):
+        (folder / f"files/{name}.bin").write_bytes(bytes(range(256)) * 300)
+    subprocess.run(["bash", "-c", before or ":"], cwd=folder, check=True)
+    command = [BUILD / "mirvok-lab", "--fresh", *(text for name in faults for text in ("--fault", json.dumps(FAULTS[name])))]
+    done = subprocess.run([*command, HERE / f"machines/{machine}.json", "--", *arguments.split()], cwd=folder, capture_output=True,
+                          timeout=60, check=False)
+    return done, (folder.parent / f"{folder.name}.lab/journal").read_text()
+
+
+@pytest.mark.parametrize("name", RUNS)
+def test_reports_are_valid_and_change_nothing(name, tmp_path):
+    machine, arguments, faults, before = RUNS[name]
+    plain, plain_journal = lab(tmp_path / "plain", machine, arguments, faults, before)
+    done, journal = lab(tmp_path / "json", machine, arguments + " --json report", faults, before)
+    assert (done.stdout, done.stderr, done.returncode, journal) == (plain.stdout, plain.stderr, plain.returncode, plain_journal)
+    text = (tmp_path / "json/report").read_bytes()
+    assert all(byte == 10 or 0x20 <= byte <= 0x7E for byte in text)
+    report = json.loads(text)
+    jsonschema.validate(report, SCHEMA)
+    assert report["exit_status"] == done.returncode and "report." not in str(list((tmp_path / "json").iterdir()))
+    expected = HERE / f"reports/{name}.json"
+    for varying in ("host", "start", "end"):
+        report[varying] = "2000-01-01T00:00:00Z"
+    seen = json.dumps(report, indent=1) + "\n"
+    if os.environ.get("SESSIONS") == "update":
+        expected.write_text(seen)
+    assert seen == expected.read_text()

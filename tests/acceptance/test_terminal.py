@@ -1,0 +1,78 @@
+"""The progress on a real terminal: seen in the middle of a download of each kind, gone in the end."""
+import json
+import os
+import pathlib
+import re
+import subprocess
+import time
+
+import pytest
+
+HERE = pathlib.Path(__file__).resolve().parent
+BUILD = pathlib.Path(os.environ["MIRVOK_BUILD"])
+STOP = "signal:STOP"
+# Machine, where the program stops twice, and what its last line on the terminal is the second time.
+DOWNLOADS = {
+    "sata": ("pair", {"drive": "sata", "command": "download"}, r"drive 1 of 4: sent 32 of 80 KiB \[#+"),
+    "nvme": ("pair", {"drive": "nvme", "command": "download"}, r"drive 3 of 4: sent 4 of 80 KiB \[#"),
+    "sas": ("storelib", {"drive": "sas_update", "command": "download"}, r"drive 1 of 9: sent 32 of 80 KiB \[#+"),
+    "marvell": ("marvell", {"command": "sleep"}, r"drive 1 of 4: sent 66%"),
+    "waiting": ("pair", {"command": "sleep"}, r"drive 1 of 4: waiting, 2 s left"),
+}
+
+
+def tmux(server, *arguments):
+    return subprocess.run(["tmux", "-L", server, "-f", "/dev/null", *arguments], capture_output=True, text=True, check=True).stdout
+
+
+def wait_for(condition):
+    end = time.monotonic() + 20
+    while not condition():
+        assert time.monotonic() < end
+        time.sleep(0.05)
+
+
+@pytest.mark.parametrize("kind", DOWNLOADS)
+@pytest.mark.parametrize("columns", [80, 40])
+def test_progress_is_seen_and_leaves_nothing(kind, columns, tmp_path):
+    machine, fault, shown = DOWNLOADS[kind]
+    (tmp_path / "files").mkdir()
+    for name in ("flash", "sizes"):
+        subprocess.run([BUILD / "mirvok-profile", "build", name, HERE / f"data/{name}{'drv' * (name == 'flash')}.json",
+                        tmp_path / f"{name}{'drv' * (name == 'flash')}.bin"], check=True)
+    for name in ("kestrel", "osprey", "harrier"):
+        (tmp_path / f"files/{name}.bin").write_bytes(bytes(81920))
+    play = [BUILD / "mirvok-lab", "--fresh", "--state", tmp_path / "state", "--dir", tmp_path]
+    end = [HERE / f"machines/{machine}.json", "--", "flash"]
+    plain = subprocess.run([*play, *end], capture_output=True, text=True, check=False).stdout
+    faults = [word for nth in (1, 2) for word in ("--fault", json.dumps(fault | {"nth": nth, "answer": STOP}))]
+    server = f"mirvok-{os.getpid()}-{kind}-{columns}"
+    script = tmp_path / "run"
+    script.write_text("yes '' | head -n 30\n" + " ".join(f"'{word}'" for word in [*play, *faults, *end]) + "\nsleep 100\n")
+    try:
+        tmux(server, "new-session", "-d", "-x", str(columns), "-y", "16", f"TERM=screen bash {script}")
+        shell = tmux(server, "list-panes", "-F", "#{pane_pid}").strip()
+
+        def program():
+            lab = pathlib.Path(f"/proc/{shell}/task/{shell}/children").read_text().split()
+            return [child for pid in lab for child in pathlib.Path(f"/proc/{pid}/task/{pid}/children").read_text().split()]
+
+        def stopped():
+            return any(" T " in pathlib.Path(f"/proc/{pid}/stat").read_text() for pid in program())
+
+        for step in (1, 2):
+            wait_for(stopped)
+            time.sleep(0.15)
+            screen = tmux(server, "capture-pane", "-p").rstrip("\n").split("\n")
+            if step == 2:
+                print("\n".join(screen))
+                assert len(screen) == 16 and re.match(shown, screen[-1]), screen
+                assert len(screen[-1]) < columns
+            os.kill(int(program()[0]), 18)
+            time.sleep(0.05)
+        wait_for(lambda: not program())
+        lines = tmux(server, "capture-pane", "-p", "-J", "-S", "-").split("\n")
+        start = next(i for i, line in enumerate(lines) if line.startswith("Mirvok")) - 1
+        assert [line.split() for line in lines[start:]][: plain.count("\n")] == [line.split() for line in plain.split("\n")[:-1]]
+    finally:
+        subprocess.run(["tmux", "-L", server, "kill-server"], check=False)
