@@ -6,7 +6,7 @@ import subprocess
 BUILD = pathlib.Path(os.environ["MIRVOK_BUILD"])
 FILES = """usr/bin/mirvok-profile usr/sbin/mirvok usr/share/bash-completion/completions/mirvok
 usr/share/bash-completion/completions/mirvok-profile usr/share/doc/mirvok/README.md usr/share/doc/mirvok/SECURITY.md
-usr/share/man/man1/mirvok-profile.1 usr/share/man/man5/mirvok-profiles.5 usr/share/man/man8/mirvok.8""".split()
+usr/share/doc/mirvok/report.schema.json usr/share/man/man1/mirvok-profile.1 usr/share/man/man5/mirvok-profiles.5 usr/share/man/man8/mirvok.8""".split()
 
 
 def run(*command, **options):
