@@ -2,20 +2,23 @@
 
 namespace mirvok::lab {
 
-std::vector<json> controllers_of(const std::string& type) {
-    std::vector<json> result;
-    for (const json& controller : the_machine().description.value("controllers", json::array())) {
-        if (controller.value("type", "") == type) {
-            result.push_back(controller);
+const std::vector<json>& controllers_of(const std::string& type) {
+    static auto* const all = [] {
+        auto* by_type = new std::map<std::string, std::vector<json>>;
+        for (const json& controller : the_machine().description.value("controllers", json::array())) {
+            (*by_type)[controller.value("type", "")].push_back(controller);
         }
-    }
-    return result;
+        return by_type;
+    }();
+    return (*all)[type];
 }
 
 json entry_of(const json& controller, uint64_t device) {
-    for (const json& entry : controller.value("drives", json::array())) {
-        if (number_of(entry, "device_id", 0) == device) {
-            return entry;
+    if (controller.contains("drives")) {
+        for (const json& entry : controller["drives"]) {
+            if (number_of(entry, "device_id", 0) == device) {
+                return entry;
+            }
         }
     }
     return json::object();

@@ -13,7 +13,7 @@ namespace mirvok::lab {
 constexpr uint8_t noise = 0xA5;
 
 // The machine's controllers of a type ("MR", "IR", "IR2", "IR3", "IT", "MARVELL").
-std::vector<json> controllers_of(const std::string& type);
+const std::vector<json>& controllers_of(const std::string& type);
 
 // The entry of a controller's "drives" with this device id; an empty object when there is none.
 json entry_of(const json& controller, uint64_t device);

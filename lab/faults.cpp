@@ -28,7 +28,7 @@ constexpr number_name errors[] = {
 
 constexpr number_name signals[] = {
     {SIGINT, "INT"},   {SIGTERM, "TERM"}, {SIGHUP, "HUP"},   {SIGTSTP, "TSTP"},
-    {SIGQUIT, "QUIT"}, {SIGKILL, "KILL"}, {SIGPIPE, "PIPE"},
+    {SIGQUIT, "QUIT"}, {SIGKILL, "KILL"}, {SIGPIPE, "PIPE"}, {SIGSTOP, "STOP"},
 };
 
 // Other content of the length that the caller asked for.
