@@ -116,7 +116,7 @@ int find_profile_record(const char* key, profile* prof, profile_record** out, in
         for (uint32_t i = 0; i < prof->count && find != 0; ++i) {
             profile_record* record = &prof->records[i];
             const char* text = by_pid != 0 ? record->product_id : record->part_number;
-            if (std::strncmp(key, text, std::strlen(text)) == 0) {
+            if (begins_with(key, text)) {
                 *out = record;
                 find = 0;
             }

@@ -17,7 +17,7 @@ constexpr uint16_t serial_length = 8;
 template <size_t Count, size_t Width>
 bool begins_with_any(const char* text, const char (&prefixes)[Count][Width]) {
     for (const auto& prefix : prefixes) {
-        if (std::strncmp(text, prefix, text_length(prefix, Width)) == 0) {
+        if (begins_with(text, prefix)) {
             return true;
         }
     }

@@ -1,9 +1,9 @@
 #include "transport/host_scan.h"
 
 #include <cstdio>
-#include <cstring>
 
 #include "common/diagnostics.h"
+#include "common/text.h"
 #include "transport/host_device.h"
 #include "transport/routing.h"
 #include "transport/scsi_ata_data.h"
@@ -15,7 +15,6 @@ namespace {
 // The virtual disk that a boot adapter makes of its M.2 drives: the drives themselves are listed behind the
 // adapter.
 constexpr char virtual_disk_product[] = "Brackenfold M.2";
-constexpr size_t virtual_disk_product_length = sizeof(virtual_disk_product) - 1;
 
 // Sends a standard INQUIRY and takes its data over into the record.
 int inquire(_pd_info* pd) {
@@ -36,7 +35,7 @@ bool is_listed(const _pd_info* pd, int inquiry_result) {
     if (inquiry_result != 0 || pd->protocol != PD_PROTOCOL_SATA) {
         return false;
     }
-    if (std::strncmp(pd->product_id, virtual_disk_product, virtual_disk_product_length) == 0) {
+    if (begins_with(pd->product_id, virtual_disk_product)) {
         TRACE_PRINT("productid:Brackenfold M.2 VD");
         return false;
     }
