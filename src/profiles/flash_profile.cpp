@@ -47,9 +47,9 @@ void read_record(profile_record* record, const uint8_t* bytes) {
 }
 
 profile* allocate_profile(uint16_t count) {
-    // The records stand behind the header; calloc checks no sum, so none may wrap: 65,535 records stay far
-    // below.
-    auto* block = static_cast<profile*>(std::calloc(1, sizeof(profile) + count * sizeof(profile_record)));
+    // The records stand behind the header, and are written as they are read. The size cannot wrap: 65,535
+    // records stay far below.
+    auto* block = static_cast<profile*>(std::malloc(sizeof(profile) + count * sizeof(profile_record)));
     if (block != nullptr) {
         block->count = count;
         block->records = reinterpret_cast<profile_record*>(block + 1);
