@@ -141,7 +141,8 @@ reply run_download(drive& d, bool whole, uint32_t offset, const bytes& piece, co
     return {};
 }
 
-// ACS-3, 7.8: subcommand 3 brings pieces, 7 the whole image; offset and count are blocks of 512 bytes.
+// ACS-3, DOWNLOAD MICROCODE: subcommand 3 brings pieces, 7 the whole image; offset and count are blocks of
+// 512 bytes.
 reply run_download_microcode(drive& d, const ata_registers& r, const scsi_command& c) {
     if ((r.features != 3 && r.features != 7) || r.device != 0 || c.way != direction::out) {
         return aborted(d);

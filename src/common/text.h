@@ -37,13 +37,13 @@ void copy_field(char (&field)[Capacity], const void* bytes, size_t width, size_t
 }
 
 // As copy_field, with the blanks and line feeds at both ends of the whole `width` bytes left out first.
-// Width is the field's width in the layout, of which at most `limit` characters are kept.
+// Width is the field's width in the layout.
 template <size_t Width, size_t Capacity>
-void copy_trimmed(char (&field)[Capacity], const void* bytes, size_t limit = Capacity - 1) {
+void copy_trimmed(char (&field)[Capacity], const void* bytes) {
     char scratch[Width + 1];
     copy_field(scratch, bytes, Width);
     remove_spaces(scratch);
-    copy_field(field, scratch, Width, limit);
+    copy_field(field, scratch, Width);
 }
 
 // Clears `field` and copies the NUL-terminated `text` into it, at most capacity - 1 characters.

@@ -71,17 +71,20 @@ int get_operation(int argc, char** argv) {
 
 // A drive that was opened as descriptor 1 or 2 would be sent what the program prints: the three standard
 // descriptors must be taken before the first drive is opened.
-void occupy_standard_descriptors() {
+bool occupy_standard_descriptors() {
     for (int descriptor = 0; descriptor <= 2; ++descriptor) {
         if (fcntl(descriptor, F_GETFD) < 0 && open("/dev/null", O_RDWR) < 0) {
-            std::abort();
+            return false;
         }
     }
+    return true;
 }
 
 int run(int argc, char** argv) {
-    occupy_standard_descriptors();
     get_operation(argc, argv);
+    if (!occupy_standard_descriptors()) {
+        return opt == OPERATION_FLASH || opt == OPERATION_SMART ? FLASH_STATUS_BAD_OPTIONS : 0;
+    }
     set_debug(debug_flag);
     switch (opt) {
         case OPERATION_FIND:

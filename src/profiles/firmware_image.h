@@ -15,7 +15,7 @@ struct image_rule {
 };
 
 // WRITE BUFFER has a 24-bit buffer offset (SPC-4, 6.49), DOWNLOAD MICROCODE a 16-bit block offset
-// (ACS-3, 7.5).
+// (ACS-3, DOWNLOAD MICROCODE).
 constexpr image_rule image_rule_sas = {1U << 24, 1};
 constexpr image_rule image_rule_sata = {1U << 25, 1};
 // NVMe counts dwords (NVMe 1.4, 5.12).

@@ -19,9 +19,9 @@ int flash_pd_fw(_pd_info* pd, profile_record* record);
 // sent.
 int flash_disk_fw_sas(_pd_info* pd, uint8_t* image, uint32_t size, uint16_t mode, uint32_t chunk);
 
-// DOWNLOAD MICROCODE download (ACS-3, 7.5) of `size` bytes: subcommand 7 in one command, any other as
-// subcommand 3 in pieces of `chunk` bytes. Returns the code of the last command, RESULT_NO_HANDLE, or 0 when
-// all was sent.
+// DOWNLOAD MICROCODE download (ACS-3, DOWNLOAD MICROCODE) of `size` bytes: subcommand 7 in one command, any
+// other as subcommand 3 in pieces of `chunk` bytes. Returns the code of the last command, RESULT_NO_HANDLE,
+// or 0 when all was sent.
 uint16_t flash_disk_fw_ata(_pd_info* pd, uint8_t* image, uint32_t size, uint16_t subcommand, uint32_t chunk);
 
 // NVMe firmware download and commit. Returns 0, RESULT_NO_HANDLE, or what nvme_update_fw returns.

@@ -97,17 +97,17 @@ int identify_host(_pd_info* pd) {
         return 0;
     }
     int rc = get_pd_inquery_0(pd);
-    if (pd->protocol == PD_PROTOCOL_SATA || pd->protocol == PD_PROTOCOL_SATA_OTHER) {
-        if (identify_sata(pd) != 0) {
-            TRACE_PRINT("get identify fail.");
-            rc = RESULT_IDENTIFY_FAILED;
-        } else {
-            rc = 0;
-        }
+    const bool sata = pd->protocol == PD_PROTOCOL_SATA || pd->protocol == PD_PROTOCOL_SATA_OTHER;
+    if (sata) {
+        rc = identify_sata(pd);
     } else if (pd->protocol == PD_PROTOCOL_NVME) {
         rc = identify_nvme_by_scsi(pd);
     }
     close_drive(pd);
+    if (sata && rc != 0) {
+        TRACE_PRINT("get identify fail.");
+        rc = RESULT_IDENTIFY_FAILED;
+    }
     return rc;
 }
 
@@ -291,8 +291,8 @@ int get_nvme_identify(_pd_info* pd) {
             find_drive_size1(static_cast<uint32_t>(pd->nvme_lba_count),
                              static_cast<uint32_t>(pd->nvme_lba_count >> 32), &pd->size);
         }
-        TRACE_PRINT("lba:%lXh", static_cast<unsigned long>(pd->nvme_lba_count));
     }
+    TRACE_PRINT("lba:%lXh", static_cast<unsigned long>(pd->nvme_lba_count));
     TRACE_PRINT("Exiting %s, rc = %d", __func__, rc);
     return rc;
 }

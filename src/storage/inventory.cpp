@@ -49,8 +49,8 @@ void append_pseudo_controller(_storage_lib* lib, uint32_t vendor, ctrl_type_t ty
     ++lib->ctrl_count;
 }
 
-int list_drives(_storage_lib* lib, _ctrl_info* ctrl) {
-    int rc = 0;
+// Returns the listing's result, or `rc` where the controller's path has none.
+int list_drives(_storage_lib* lib, _ctrl_info* ctrl, int rc) {
     const uint32_t free = lib->max_pd_count - lib->pd_count;
     for (const drive_listing& row : drive_listings) {
         if (row.vendor == ctrl->vendor) {
@@ -161,7 +161,7 @@ int get_pd_list(_storage_lib* lib) {
     TRACE_PRINT("Entering %s", __func__);
     int rc = 0;
     for (uint32_t i = 0; i < lib->ctrl_count; ++i) {
-        rc = list_drives(lib, &lib->ctrl_list[i]);
+        rc = list_drives(lib, &lib->ctrl_list[i], rc);
     }
     TRACE_PRINT("Exiting %s, rc = %d", __func__, rc);
     return rc;

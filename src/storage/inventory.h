@@ -12,10 +12,12 @@ void init_storage_lib(_storage_lib* lib);
 // Releases the libraries and forgets the tables; counts and table contents stay.
 void un_init_storage_lib(_storage_lib* lib);
 
-// Lists the controllers of every loaded storelib library. Returns the result of the last listing, 0 without any.
+// Lists the controllers of every loaded storelib library. Returns the result of the last listing, 0 without
+// any.
 int get_ctrl_lists_avago(_storage_lib* lib);
 
-// Lists the Marvell adapters that are present, as far as there is room. Returns 0, or why their number is unknown.
+// Lists the Marvell adapters that are present, as far as there is room. Returns 0, or why their number is
+// unknown.
 int get_ctrl_lists_mv(_storage_lib* lib);
 
 // Append one pseudo-controller each; one that does not fit is left out.

@@ -121,7 +121,8 @@ int set_ata_command(_pd_info* /*pd*/, uint16_t code, _ata_cmd_in* cmd, uint16_t 
         rc = 0;
     }
     if (code == ATA_DOWNLOAD_MICROCODE) {
-        // A 16-bit block count and a 16-bit block offset, both in blocks of 512 bytes (ACS-3, 7.5).
+        // A 16-bit block count and a 16-bit block offset, both in blocks of 512 bytes (ACS-3, DOWNLOAD
+        // MICROCODE).
         const uint32_t blocks = data_length / block_size + (data_length % block_size != 0 ? 1 : 0);
         cmd->command = ATA_DOWNLOAD_MICROCODE;
         cmd->features = static_cast<uint8_t>(subcommand);

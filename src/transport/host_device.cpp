@@ -139,26 +139,24 @@ int align_image(const uint8_t** image, uint32_t size, uint32_t page_size, void**
     return 0;
 }
 
-int update_firmware(uint32_t handle, const uint8_t* image, uint32_t size) {
-    TRACE_PRINT("Entering %s", __func__);
-    int rc = 0;
-    if (size % 4 != 0) {
+int send_and_commit(uint32_t handle, const uint8_t* image, uint32_t size) {
+    // An empty image would leave nothing but its commit.
+    if (size == 0 || size % 4 != 0) {
         TRACE_PRINT("File size is wrong: %d", static_cast<int>(size));
-        rc = 1;
-    } else {
-        const auto page_size = static_cast<uint32_t>(getpagesize());
-        void* copy = nullptr;
-        rc = align_image(&image, size, page_size, &copy);
-        if (rc == 0) {
-            TRACE_PRINT("Sending firmwarem, size = %#x", size);
-            rc = download_firmware_image(handle, image, size, page_size);
-            std::free(copy);
-            if (rc == 0) {
-                commit_firmware(handle);
-            }
-        }
+        return 1;
     }
-    TRACE_PRINT("Exiting %s, rc = %d", __func__, rc);
+    const auto page_size = static_cast<uint32_t>(getpagesize());
+    void* copy = nullptr;
+    int rc = align_image(&image, size, page_size, &copy);
+    if (rc != 0) {
+        return rc;
+    }
+    TRACE_PRINT("Sending firmwarem, size = %#x", size);
+    rc = download_firmware_image(handle, image, size, page_size);
+    std::free(copy);
+    if (rc == 0) {
+        commit_firmware(handle);
+    }
     return rc;
 }
 
@@ -216,7 +214,9 @@ int scsi_command_host(uint32_t handle, _scsi_cmd_in* in, _scsi_cmd_out* out) {
 
 int nvme_command_host(uint32_t handle, uint16_t /*code*/, _nvme_cmd_in* in, _nvme_cmd_out* /*out*/) {
     TRACE_PRINT("Entering %s -- linux ,fd= %d", __func__, static_cast<int>(handle));
-    std::memset(in->buffer, 0, in->buffer_size);
+    if (in->buffer_size > 0) {
+        std::memset(in->buffer, 0, in->buffer_size);
+    }
     nvme_admin_cmd command = {};
     command.opcode = static_cast<uint8_t>(in->opcode);
     command.nsid = in->nsid;
@@ -251,8 +251,10 @@ int ata_command_host(uint32_t /*handle*/, _ata_cmd_in* /*in*/, _ata_cmd_out* /*o
 
 int nvme_update_fw(uint32_t handle, const uint8_t* image, uint32_t size) {
     TRACE_PRINT("Entering %s -- linux", __func__);
-    const int rc = update_firmware(handle, image, size);
+    TRACE_PRINT("Entering %s", __func__);
+    const int rc = send_and_commit(handle, image, size);
     TRACE_PRINT("Exiting %s, rc = %d", __func__, rc);
+    TRACE_PRINT("Exiting %s", __func__);
     return rc;
 }
 

@@ -108,6 +108,8 @@ TEST(Text, CopiesAreBoundedAndClearTheField) {
     EXPECT_EQ(bytes_of(field), (bytes{'p', 0, 0, 0}));
     copy_trimmed<5>(field, "  abc");
     EXPECT_EQ(bytes_of(field), (bytes{'a', 'b', 'c', 0}));
+    copy_field(field, "abc", 2);
+    EXPECT_EQ(bytes_of(field), (bytes{'a', 'b', 0, 0}));
     copy_text(field, "");
     EXPECT_EQ(bytes_of(field), (bytes{0, 0, 0, 0}));
 }

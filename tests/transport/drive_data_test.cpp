@@ -62,12 +62,14 @@ TEST(DriveData, InquiryByVendorAndType) {
         parse_inquery(&pd, page.data(), 512);
         EXPECT_EQ(bytes_of(pd), bytes_of(expected)) << row.vendor;
     }
-    bytes enclosure = marked_page(512);
-    enclosure[0] = 0x0D;
-    _pd_info pd = {};
-    pd.protocol = PD_PROTOCOL_SATA;
-    parse_inquery(&pd, enclosure.data(), 512);
-    EXPECT_EQ(bytes_of(pd), bytes_of(_pd_info{}));
+    for (const uint8_t peripheral : bytes{0x0D, 0x20, 0x7F}) {
+        bytes other = marked_page(512);
+        other[0] = peripheral;
+        _pd_info pd = {};
+        pd.protocol = PD_PROTOCOL_SATA;
+        parse_inquery(&pd, other.data(), 512);
+        EXPECT_EQ(bytes_of(pd), bytes_of(_pd_info{}));
+    }
 }
 
 TEST(DriveData, VendorPageC4ByRevisionAndLength) {
@@ -264,6 +266,7 @@ TEST(DriveData, NvmeHealthLog) {
                   parse_nvme_smart_data(&info, log.data());
               }).find("SMART Information: temperaturre:65261, used:53,data_units_write:FFFFFFFFFFFFFFFFh\n"),
               std::string::npos);
+    set_debug(0);
     EXPECT_EQ(info.temperature_exceeded + 2 * info.read_only + 4 * info.backup_failed, 7U);
     EXPECT_EQ(info.spare_below_threshold + info.reliability_degraded, 0U);
     bytes high = repeat(16, 0);
