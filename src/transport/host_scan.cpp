@@ -1,6 +1,8 @@
 #include "transport/host_scan.h"
 
-#include <cstdio>
+#include <charconv>
+#include <cstring>
+#include <iterator>
 
 #include "common/diagnostics.h"
 #include "common/text.h"
@@ -15,6 +17,11 @@ namespace {
 // The virtual disk that a boot adapter makes of its M.2 drives: the drives themselves are listed behind the
 // adapter.
 constexpr char virtual_disk_product[] = "Brackenfold M.2";
+
+void name_node(_pd_info* pd, const char* prefix, uint32_t index) {
+    copy_text(pd->dev_name, prefix);
+    std::to_chars(pd->dev_name + std::strlen(prefix), std::end(pd->dev_name) - 1, index);
+}
 
 // Sends a standard INQUIRY and takes its data over into the record.
 int inquire(_pd_info* pd) {
@@ -56,7 +63,7 @@ int get_pd_list_host(_ctrl_info* ctrl, _pd_info* pd, uint32_t max) {
     int rc = 0;
     for (uint32_t i = 0; i < max; ++i) {
         *pd = {};
-        std::snprintf(pd->dev_name, sizeof(pd->dev_name), "/dev/sg%u", i);
+        name_node(pd, "/dev/sg", i);
         pd->handle = get_handle(pd->dev_name);
         bool listed = false;
         if (pd->handle != 0) {
@@ -80,7 +87,7 @@ int get_pd_list_host(_ctrl_info* ctrl, _pd_info* pd, uint32_t max) {
 int get_pd_list_nvme(_ctrl_info* ctrl, _pd_info* pd, uint32_t max) {
     TRACE_PRINT("Entering %s", __func__);
     for (uint32_t i = 0; i < max; ++i) {
-        std::snprintf(pd->dev_name, sizeof(pd->dev_name), "/dev/nvme%u", i);
+        name_node(pd, "/dev/nvme", i);
         const uint32_t handle = get_handle(pd->dev_name);
         if (handle == 0) {
             *pd = {};
