@@ -26,9 +26,12 @@ json entry_of(const json& controller, uint64_t device) {
 
 request_fault request_fault_of(const std::string& library, const std::string& command) {
     const std::string answer = text_of(due_fault({{"library", library}}, command), "answer", "");
-    const std::string number = answer.substr(answer.find(':') + 1);
-    const auto status = answer.empty() ? 0U : static_cast<uint32_t>(std::stoul(number, nullptr, 0));
-    return answer.starts_with("after:") ? request_fault{0, status} : request_fault{status, 0};
+    const size_t colon = answer.find(':');
+    if (colon == std::string::npos) {
+        return {0, 0, answer};
+    }
+    const auto status = static_cast<uint32_t>(std::stoul(answer.substr(colon + 1), nullptr, 0));
+    return answer.starts_with("after:") ? request_fault{0, status, ""} : request_fault{status, 0, ""};
 }
 
 bool demand(bool holds, const std::string& request, const std::string& what) {
