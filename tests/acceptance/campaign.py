@@ -79,9 +79,9 @@ def faults(base):
             seen[command, *subject.items()] += 1
             for way in ways:
                 fault = subject | {"command": command, "nth": seen[command, *subject.items()], "answer": way}
-                # A library that lists controllers which are not there takes the room of the libraries after it.
-                lost = {name for (other, _), name in BEHIND.items() if command in LISTINGS and (
-                    other == library or (command == "controllers" and way in CONTENTS))}
+                # A library that lists controllers which are not there takes the room of all that come after it.
+                lost = {name for (other, _), name in BEHIND.items() if command in LISTINGS and other == library}
+                lost |= set(DRIVES) if command == "controllers" and way in CONTENTS else set()
                 yield base.operation, fault, lost or {drive} - {None}
 
 
