@@ -1,12 +1,13 @@
-// What find costs beyond the drives' own time. Without arguments: sends the commands that find sends, and
-// does nothing else. With RUNS PROGRAM [ARGUMENT...]: runs itself bare and the program in turn, and prints
-// the medians.
+// What an operation costs beyond the drives' own time. With OPERATION (find or smart): sends the commands
+// that it sends, and does nothing else. With RUNS PROGRAM OPERATION: runs itself bare and the program in
+// turn, and prints the medians, and the program's peak memory.
 
 #include <fcntl.h>
 #include <linux/nvme_ioctl.h>
 #include <scsi/sg.h>
 #include <spawn.h>
 #include <sys/ioctl.h>
+#include <sys/resource.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -21,11 +22,14 @@
 namespace {
 
 constexpr int nodes = 64;
+constexpr int smart_nodes[] = {2, 5};  // SATA drives that the virtual machine's SMART profile knows
 uint8_t data[4096];
 
 uint8_t inquiry[] = {0x12, 0, 0, 2, 0, 0};
 uint8_t identify[] = {0xA1, 8, 14, 0, 1, 0, 0x4F, 0xC2, 0, 0xEC, 0, 0};
 uint8_t log_b0[] = {0xA1, 8, 14, 0xD5, 1, 0xB0, 0x4F, 0xC2, 0, 0xB0, 0, 0};
+uint8_t smart_data[] = {0xA1, 8, 14, 0xD0, 1, 1, 0x4F, 0xC2, 0, 0xB0, 0, 0};
+uint8_t smart_status[] = {0xA1, 6, 0x24, 0xDA, 0, 0, 0x4F, 0xC2, 0, 0xB0, 0, 0};
 
 int open_node(const char* kind, int index) {
     char name[32];
@@ -34,12 +38,12 @@ int open_node(const char* kind, int index) {
 }
 
 template <size_t length>
-void scsi(int node, uint8_t (&cdb)[length]) {
+void scsi(int node, uint8_t (&cdb)[length], int direction = SG_DXFER_FROM_DEV) {
     uint8_t sense[64];
     std::memset(data, 0, 512);
     sg_io_hdr header = {};
     header.interface_id = 'S';
-    header.dxfer_direction = SG_DXFER_FROM_DEV;
+    header.dxfer_direction = direction;
     header.cmd_len = length;
     header.mx_sb_len = sizeof(sense);
     header.dxfer_len = 512;
@@ -60,7 +64,7 @@ void nvme(int node, uint8_t opcode, uint32_t nsid, uint32_t cdw10, uint32_t size
     ioctl(node, NVME_IOCTL_ADMIN_CMD, &command);
 }
 
-void send_what_find_sends() {
+void send_what_is_sent(bool smart) {
     bool sata[nodes] = {};
     bool flash[nodes] = {};
     for (int i = 0; i < nodes; ++i) {
@@ -83,6 +87,11 @@ void send_what_find_sends() {
             scsi(node, inquiry);
             scsi(node, identify);
             scsi(node, log_b0);
+            if (smart &&
+                std::find(std::begin(smart_nodes), std::end(smart_nodes), i) != std::end(smart_nodes)) {
+                scsi(node, smart_data);
+                scsi(node, smart_status, SG_DXFER_NONE);
+            }
             close(node);
         }
     }
@@ -94,25 +103,31 @@ void send_what_find_sends() {
             for (const uint32_t log : {0xE0U, 0x03U, 0x02U}) {
                 nvme(node, 0x02, 0xFFFFFFFF, 255U << 16 | log, 1024);
             }
+            if (smart) {
+                nvme(node, 0x02, 0xFFFFFFFF, 127U << 16 | 0x02, 512);
+            }
             close(node);
         }
     }
 }
 
-double run(char* const* command) {
+// Microseconds that the command takes; *peak receives its peak memory in KB.
+double run(char* const* command, long* peak) {
     posix_spawn_file_actions_t quiet;
     posix_spawn_file_actions_init(&quiet);
     posix_spawn_file_actions_addopen(&quiet, STDOUT_FILENO, "/dev/null", O_WRONLY, 0);
     const auto start = std::chrono::steady_clock::now();
     pid_t child = 0;
     int status = 0;
+    rusage usage = {};
     if (posix_spawnp(&child, command[0], &quiet, nullptr, command, environ) != 0 ||
-        waitpid(child, &status, 0) != child || status != 0) {
+        wait4(child, &status, 0, &usage) != child || WIFSIGNALED(status)) {
         std::fprintf(stderr, "%s failed\n", command[0]);
         std::exit(1);
     }
     const std::chrono::duration<double, std::micro> taken = std::chrono::steady_clock::now() - start;
     posix_spawn_file_actions_destroy(&quiet);
+    *peak = usage.ru_maxrss;
     return taken.count();
 }
 
@@ -125,19 +140,20 @@ double median(std::vector<double>& times) {
 }  // namespace
 
 int main(int argc, char** argv) {
-    if (argc < 3) {
-        send_what_find_sends();
+    if (argc < 4) {
+        send_what_is_sent(argc == 2 && std::strcmp(argv[1], "smart") == 0);
         return 0;
     }
-    char* const bare[] = {argv[0], nullptr};
+    char* const bare[] = {argv[0], argv[3], nullptr};
     std::vector<double> times;
     std::vector<double> bare_times;
+    long peak = 0;
     for (int runs = std::max(std::atoi(argv[1]), 1); runs > 0; --runs) {
-        bare_times.push_back(run(bare));
-        times.push_back(run(argv + 2));
+        bare_times.push_back(run(bare, &peak));
+        times.push_back(run(argv + 2, &peak));
     }
     const double ratio = median(times) / median(bare_times);
-    std::printf("%s: median %.0f us, bare %.0f us, ratio %.3f\n", argv[2], median(times), median(bare_times),
-                ratio);
+    std::printf("%s: median %.0f us, bare %.0f us, ratio %.3f, peak memory %ld KB\n", argv[3], median(times),
+                median(bare_times), ratio, peak);
     return 0;
 }

@@ -2,20 +2,23 @@
 
 namespace mirvok::lab {
 
-std::vector<json> controllers_of(const std::string& type) {
-    std::vector<json> result;
-    for (const json& controller : the_machine().description.value("controllers", json::array())) {
-        if (controller.value("type", "") == type) {
-            result.push_back(controller);
+const std::vector<json>& controllers_of(const std::string& type) {
+    static auto* const all = [] {
+        auto* by_type = new std::map<std::string, std::vector<json>>;
+        for (const json& controller : the_machine().description.value("controllers", json::array())) {
+            (*by_type)[controller.value("type", "")].push_back(controller);
         }
-    }
-    return result;
+        return by_type;
+    }();
+    return (*all)[type];
 }
 
 json entry_of(const json& controller, uint64_t device) {
-    for (const json& entry : controller.value("drives", json::array())) {
-        if (number_of(entry, "device_id", 0) == device) {
-            return entry;
+    if (controller.contains("drives")) {
+        for (const json& entry : controller["drives"]) {
+            if (number_of(entry, "device_id", 0) == device) {
+                return entry;
+            }
         }
     }
     return json::object();
@@ -23,9 +26,12 @@ json entry_of(const json& controller, uint64_t device) {
 
 request_fault request_fault_of(const std::string& library, const std::string& command) {
     const std::string answer = text_of(due_fault({{"library", library}}, command), "answer", "");
-    const std::string number = answer.substr(answer.find(':') + 1);
-    const auto status = answer.empty() ? 0U : static_cast<uint32_t>(std::stoul(number, nullptr, 0));
-    return answer.starts_with("after:") ? request_fault{0, status} : request_fault{status, 0};
+    const size_t colon = answer.find(':');
+    if (colon == std::string::npos) {
+        return {0, 0, answer};
+    }
+    const auto status = static_cast<uint32_t>(std::stoul(answer.substr(colon + 1), nullptr, 0));
+    return answer.starts_with("after:") ? request_fault{0, status, ""} : request_fault{status, 0, ""};
 }
 
 bool demand(bool holds, const std::string& request, const std::string& what) {

@@ -28,26 +28,22 @@ constexpr number_name errors[] = {
 
 constexpr number_name signals[] = {
     {SIGINT, "INT"},   {SIGTERM, "TERM"}, {SIGHUP, "HUP"},   {SIGTSTP, "TSTP"},
-    {SIGSTOP, "STOP"}, {SIGQUIT, "QUIT"}, {SIGKILL, "KILL"}, {SIGPIPE, "PIPE"},
+    {SIGQUIT, "QUIT"}, {SIGKILL, "KILL"}, {SIGPIPE, "PIPE"}, {SIGSTOP, "STOP"},
 };
 
-// Other content of the length that the caller asked for.
-bool spoil(reply& r, const std::string& kind, uint32_t length) {
+}  // namespace
+
+void spoil(bytes& data, const std::string& kind, size_t length) {
     if (kind == "zeros" || kind == "ones") {
-        r.data.assign(length, kind == "ones" ? 0xFF : 0);
+        data.assign(length, kind == "ones" ? 0xFF : 0);
     } else if (kind == "random") {
         std::mt19937 generator(1);  // NOLINT: the same bytes in every run
-        r.data.resize(length);
-        std::ranges::generate(r.data, [&] { return static_cast<uint8_t>(generator()); });
+        data.resize(length);
+        std::ranges::generate(data, [&] { return static_cast<uint8_t>(generator()); });
     } else if (kind == "half") {
-        r.data.resize(r.data.size() / 2);
-    } else {
-        return false;
+        data.resize(data.size() / 2);
     }
-    return true;
 }
-
-}  // namespace
 
 std::string error_name(int number) {
     const auto* const row =
@@ -96,7 +92,7 @@ reply run_with_faults(drive& d, const std::string& node, const std::string& comm
     } else {
         raise_as(kind);
         r = answer();
-        spoil(r, kind, length);
+        spoil(r.data, kind, length);
     }
     r.data.resize(std::min<size_t>(r.data.size(), length));
     return r;

@@ -1,8 +1,6 @@
 // The firmware that a drive takes: pieces in order, and a new level once an image of its description is
 // whole.
-#include <algorithm>
 #include <fstream>
-#include <iterator>
 
 #include "run.h"
 
@@ -17,9 +15,10 @@ bool same_content(const fs::path& path, const bytes& content) {
     if (fs::file_size(path, error) != content.size() || error) {
         return false;
     }
+    bytes stored(content.size());
     std::ifstream file(path, std::ios::binary);
-    return std::equal(content.begin(), content.end(), std::istreambuf_iterator<char>(file), {},
-                      [](uint8_t a, char b) { return a == static_cast<uint8_t>(b); });
+    file.read(reinterpret_cast<char*>(stored.data()), static_cast<std::streamsize>(stored.size()));
+    return file.good() && stored == content;
 }
 
 // The description's entry for the image received, or an empty object.

@@ -5,6 +5,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <array>
 #include <cctype>
 #include <cstdio>
 #include <cstdlib>
@@ -59,6 +60,18 @@ bool matches(const json& rule, const json& subject, const std::string& command) 
     // "any" means what travels to a drive: no opening of nodes, no sleep, no library's own requests.
     const bool travels = command != "open" && command != "sleep" && !subject.contains("library");
     return wanted == command || (wanted == "any" && travels);
+}
+
+constexpr std::array<uint32_t, 256> make_crc_table() {
+    std::array<uint32_t, 256> table{};
+    for (uint32_t i = 0; i < table.size(); ++i) {
+        uint32_t crc = i;
+        for (int bit = 0; bit < 8; ++bit) {
+            crc = crc >> 1 ^ ((crc & 1) != 0 ? 0xEDB88320 : 0);
+        }
+        table[i] = crc;
+    }
+    return table;
 }
 
 // The descriptor sits at the top of the allowed range, so that the program's own numbers stay natural.
@@ -177,12 +190,10 @@ bool all_zero(const bytes& data, size_t from, size_t to) {
 }
 
 uint32_t crc32_of(const uint8_t* data, size_t length) {
+    static constexpr auto table = make_crc_table();
     uint32_t crc = 0xFFFFFFFF;
     for (size_t i = 0; i < length; ++i) {
-        crc ^= data[i];
-        for (int bit = 0; bit < 8; ++bit) {
-            crc = crc >> 1 ^ ((crc & 1) != 0 ? 0xEDB88320 : 0);
-        }
+        crc = crc >> 8 ^ table[(crc ^ data[i]) & 0xFF];
     }
     return ~crc;
 }

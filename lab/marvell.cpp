@@ -125,7 +125,10 @@ uint8_t pass_through(uint8_t adapter, uint8_t device, void* user, const std::str
         std::ranges::copy(r.data, request.begin() + pass_header);
     }
     std::copy_n(r.sense.begin(), std::min(r.sense.size(), pass_sense_size), request.begin() + pass_sense);
-    demand(copy_out(user, request.data(), request.size()), title, "request not writable");
+    const size_t size = request.size();
+    spoil(request, fault.data, size);
+    request.resize(size);
+    demand(copy_out(user, request.data(), size), title, "request not writable");
     return finish(title + " " + describe(c) + " = " + describe(c, r), good ? fault.afterwards : 2);
 }
 
@@ -151,7 +154,8 @@ uint8_t mirvok_lab_mv_finalize() {
 
 uint8_t mirvok_lab_mv_adapter_count() {
     const std::string title = title_of("adapters");
-    return finish(title, static_cast<uint32_t>(controllers_of("MARVELL").size()));
+    const uint32_t other = request_fault_of("MARVELL", "adapters").instead;
+    return finish(title, other != 0 ? other : static_cast<uint32_t>(controllers_of("MARVELL").size()));
 }
 
 uint8_t mirvok_lab_mv_adapter_info(uint8_t adapter, uint8_t* found, void* record) {
@@ -159,14 +163,17 @@ uint8_t mirvok_lab_mv_adapter_info(uint8_t adapter, uint8_t* found, void* record
     const request_fault fault = request_fault_of("MARVELL", "adapter-info");
     const json self = adapter_of(adapter);
     bytes data(adapter_info_size);
-    const uint8_t flag = !self.empty() && self.value("present", true) ? 1 : 0;
+    bytes flag(1, !self.empty() && self.value("present", true) ? 1 : 0);
     if (!demand(copy_in(data.data(), record, data.size()) && all_zero(data, 0, data.size()), title,
                 "record out of reach or not cleared")) {
         return result_invalid;
     }
     std::ranges::fill(data, noise);
-    demand(copy_out(found, &flag, 1) && copy_out(record, data.data(), data.size()), title, "not writable");
-    return finish(title + (flag != 0 ? " found" : " absent"), fault.instead);
+    spoil(flag, fault.data, 1);
+    flag.resize(1);
+    demand(copy_out(found, flag.data(), 1) && copy_out(record, data.data(), data.size()), title,
+           "not writable");
+    return finish(title + (flag[0] != 0 ? " found" : " absent"), fault.instead);
 }
 
 uint8_t mirvok_lab_mv_drives(uint8_t adapter, void* request) {
@@ -187,6 +194,8 @@ uint8_t mirvok_lab_mv_drives(uint8_t adapter, void* request) {
         std::ranges::copy(list_entry(list[i]),
                           data.begin() + static_cast<ptrdiff_t>(list_header + i * entry_size));
     }
+    spoil(data, fault.data, list_size);
+    data.resize(list_size);
     demand(copy_out(request, data.data(), data.size()), title, "request not writable");
     return finish(title + " count " + std::to_string(count), fault.instead);
 }
@@ -217,6 +226,10 @@ uint8_t mirvok_lab_mv_download_status(uint8_t adapter, uint8_t device, uint8_t* 
     drive* d = drive_named(text_of(entry_of(adapter_of(adapter), device), "drive", ""));
     if (!demand(d != nullptr && !transfer.sequence.empty(), title, "no download")) {
         return result_invalid;
+    }
+    const request_fault fault = request_fault_of("MARVELL", "download-status");
+    if (fault.instead != 0) {
+        return finish(title, fault.instead);
     }
     const size_t at = std::min(transfer.polls++, transfer.sequence.size() - 1);
     const auto value = transfer.sequence[at].get<uint8_t>();

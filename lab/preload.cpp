@@ -59,12 +59,15 @@ std::map<std::string, bytes>& driver_buffers() {
 }
 
 int open_node(const std::string& node, int flags) {
-    const drive* d = drive_at(node);
+    drive* d = drive_at(node);
     json subject = {{"node", node}};
     if (d != nullptr) {
         subject["drive"] = d->name;
     }
     const std::string answer = text_of(due_fault(subject, "open"), "answer", "");
+    if (d != nullptr && answer == "vanish") {
+        d->vanished = true;
+    }
     int error = d == nullptr || d->vanished ? ENOENT : 0;
     if (answer.starts_with("errno:")) {
         error = error_number(answer.substr(6));

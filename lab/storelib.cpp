@@ -2,6 +2,7 @@
 #include "common/bytes.h"
 #include "controllers.h"
 #include "memory.h"
+#include "run.h"
 
 namespace mirvok::lab {
 
@@ -60,6 +61,7 @@ struct request {
     bytes buffer;  // the program's, read and later written back
     json controller_self;
     uint32_t afterwards;  // the status after an answer that went well
+    std::string spoiled;  // what a fault makes of the buffer that goes back
     std::string line;     // what the journal tells beyond the ids
 };
 
@@ -233,6 +235,7 @@ uint32_t answer_scsi(request& r) {
     }
     const auto on_error = static_cast<uint32_t>(number_of(r.controller_self, "scsi_error_status", 0));
     r.afterwards = answer.status != 0 ? on_error : fault.afterwards;
+    r.spoiled = fault.data;
     return 0;
 }
 
@@ -290,7 +293,10 @@ uint32_t answer(const request_row& row, request& r) {
     if (!r.lib->initialised && row.answer != answer_init && row.answer != answer_exit) {
         return status_not_initialised;
     }
+    r.spoiled = fault.data;
     const uint32_t status = row.answer(r);
+    spoil(r.buffer, r.spoiled, r.size);
+    r.buffer.resize(r.size);
     demand(copy_out(r.user, r.buffer.data(), r.buffer.size()), r.title, "buffer not writable");
     return status != 0 ? status : r.afterwards != 0 ? r.afterwards : fault.afterwards;
 }

@@ -120,6 +120,9 @@ void uninit_log() {
 }
 
 void print_system_error(const char* message) {
+    if (debug_flag == 0) {
+        return;
+    }
     if (errno != 0) {
         TRACE_PRINT("%s: %s", message, std::strerror(errno));
     } else {

@@ -15,6 +15,15 @@ void remove_spaces(char* text);
 // none.
 size_t text_length(const void* text, size_t room);
 
+// Whether `text` begins with `prefix`, both NUL-terminated. An empty prefix begins every text.
+inline bool begins_with(const char* text, const char* prefix) {
+    while (*prefix != '\0' && *text == *prefix) {
+        ++text;
+        ++prefix;
+    }
+    return *prefix == '\0';
+}
+
 // Clears `field` and copies at most `limit` characters, capacity - 1 at the most, of the text that stands in
 // the `width` bytes from `bytes` on (it ends at the first NUL).
 template <size_t Capacity>

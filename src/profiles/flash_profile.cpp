@@ -47,9 +47,9 @@ void read_record(profile_record* record, const uint8_t* bytes) {
 }
 
 profile* allocate_profile(uint16_t count) {
-    // The records stand behind the header; calloc checks no sum, so none may wrap: 65,535 records stay far
-    // below.
-    auto* block = static_cast<profile*>(std::calloc(1, sizeof(profile) + count * sizeof(profile_record)));
+    // The records stand behind the header, and are written as they are read. The size cannot wrap: 65,535
+    // records stay far below.
+    auto* block = static_cast<profile*>(std::malloc(sizeof(profile) + count * sizeof(profile_record)));
     if (block != nullptr) {
         block->count = count;
         block->records = reinterpret_cast<profile_record*>(block + 1);
@@ -116,7 +116,7 @@ int find_profile_record(const char* key, profile* prof, profile_record** out, in
         for (uint32_t i = 0; i < prof->count && find != 0; ++i) {
             profile_record* record = &prof->records[i];
             const char* text = by_pid != 0 ? record->product_id : record->part_number;
-            if (std::strncmp(key, text, std::strlen(text)) == 0) {
+            if (begins_with(key, text)) {
                 *out = record;
                 find = 0;
             }

@@ -110,7 +110,7 @@ int find_profile(const char* key, _smart_profile* prof, _smart_profile_record** 
         if (get_verbose() > 3) {
             TRACE_PRINT(by_pid == 0 ? "profile part number:%s" : "profile product id:%s", field);
         }
-        if (std::strncmp(key, field, std::strlen(field)) == 0) {
+        if (begins_with(key, field)) {
             *out = &record;
             rc = 0;
         }

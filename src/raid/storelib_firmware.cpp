@@ -202,7 +202,7 @@ int DoPDFWDownload(uint32_t ctrl_id, uint16_t device_id, uint16_t ctrl_type, uin
         } else {
             fill_write_buffer(cdb, mode, offset, length);
         }
-        std::memset(frame, 0, frame_data + length);
+        std::memset(frame, 0, frame_data);  // the chunk fills the rest
         fill_frame(frame, device_id, FRAME_TO_DRIVE, 0, cdb, cdb_length, length);
 
         const size_t read_count = std::fread(frame + frame_data, 1, length, file);

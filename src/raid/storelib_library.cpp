@@ -99,7 +99,8 @@ void load_dlls_avago(lib_info_entry* lib_info) {
         library_binding* binding = &bindings[position];
         binding->handle = open_library(entry->name);
         if (binding->handle == nullptr) {
-            const char* reason = dlerror();
+            // The loader writes its reason only when it is asked for it.
+            const char* reason = get_debug() != 0 ? dlerror() : nullptr;
             TRACE_PRINT("%s", reason != nullptr ? reason : entry->name);
         } else if (start_library(binding, entry->name)) {
             entry->loaded = 1;

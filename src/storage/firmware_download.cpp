@@ -1,5 +1,7 @@
 #include "storage/firmware_download.h"
 
+#include <unistd.h>
+
 #include <cstdio>
 #include <cstdlib>
 
@@ -107,11 +109,13 @@ int download_image(_pd_info* pd, uint8_t* image, uint32_t size) {
     return pd->protocol == PD_PROTOCOL_NVME ? flash_disk_fw_nvme(pd, image, size) : 0;
 }
 
+// At a page boundary, from which the NVMe download can send without a copy of its own.
 int load_image(std::FILE* file, uint32_t size, uint8_t** image) {
-    *image = static_cast<uint8_t*>(std::malloc(size));
-    if (*image == nullptr) {
+    void* buffer = nullptr;
+    if (posix_memalign(&buffer, static_cast<size_t>(getpagesize()), size) != 0) {
         return RESULT_NO_MEMORY;
     }
+    *image = static_cast<uint8_t*>(buffer);
     uint32_t read_count = 0;
     const int rc = read_image(file, *image, size, &read_count);
     TRACE_PRINT("read_cnt:%lXh,filesize:%lXh", static_cast<unsigned long>(read_count),

@@ -1,5 +1,6 @@
 #include "storage/vendor_checks.h"
 
+#include <algorithm>
 #include <cstring>
 
 #include "common/diagnostics.h"
@@ -20,7 +21,7 @@ const _pd_info* seen_before = nullptr;
 template <size_t Count, size_t Width>
 bool begins_with_any(const char* text, const char (&prefixes)[Count][Width]) {
     for (const auto& prefix : prefixes) {
-        if (std::strncmp(text, prefix, text_length(prefix, Width)) == 0) {
+        if (begins_with(text, prefix)) {
             return true;
         }
     }
@@ -38,42 +39,50 @@ void substitute_serial_number(_pd_info* pd) {
     }
 }
 
-// Whether the `width` bytes of an entry's field hold exactly `text`.
-bool equals_field(const char* field, size_t width, const char* text) {
-    const size_t length = text_length(field, width);
-    return std::strlen(text) == length && std::memcmp(field, text, length) == 0;
-}
-
-bool is_listed(const _pd_info* pd) {
-    for (uint32_t i = 0; i < sno_count; ++i) {
-        const serial_number_entry& entry = sno_list[i];
-        TRACE_PRINT("sno %d: serial number:%.*s, part_number:%.*s", static_cast<int>(i),
-                    static_cast<int>(sizeof(entry.serial_number)), entry.serial_number,
-                    static_cast<int>(sizeof(entry.part_number)), entry.part_number);
-        if (equals_field(entry.serial_number, sizeof(entry.serial_number), pd->serial_number) &&
-            equals_field(entry.part_number, sizeof(entry.part_number), pd->part_number)) {
-            seen_before = sno_owners[i];
-            return true;
-        }
+// A part number that the entry cannot hold whole is entered without its serial number: cut, it could stand
+// for another drive, and two drives must never be taken for one.
+serial_number_entry make_entry(const _pd_info* pd) {
+    serial_number_entry entry = {};
+    const size_t length = std::strlen(pd->part_number);
+    std::memcpy(entry.part_number, pd->part_number, std::min(length, sizeof(entry.part_number)));
+    if (length <= sizeof(entry.part_number)) {
+        std::memcpy(entry.serial_number, pd->serial_number, text_length(pd->serial_number, serial_length));
     }
-    return false;
+    return entry;
 }
 
-// Enters a new drive. A part number that the entry cannot hold whole is entered without its serial number:
-// cut, it could stand for another drive, and two drives must never be taken for one.
-void enter(const _pd_info* pd) {
+void trace_entries(const serial_number_entry* end) {
+    for (const serial_number_entry* entry = sno_list; entry != end; ++entry) {
+        TRACE_PRINT("sno %d: serial number:%.*s, part_number:%.*s", static_cast<int>(entry - sno_list),
+                    static_cast<int>(sizeof(entry->serial_number)), entry->serial_number,
+                    static_cast<int>(sizeof(entry->part_number)), entry->part_number);
+    }
+}
+
+// Whether the entry of a drive is in the list; one that is `cut`, of a drive whose texts are longer, counts
+// as new. Every drive walks the whole list: nothing but a comparison may happen there.
+bool is_listed(const serial_number_entry& wanted, bool cut) {
+    const serial_number_entry* const end = sno_list + sno_count;
+    const auto is_wanted = [&](const serial_number_entry& entry) {
+        return std::memcmp(entry.serial_number, wanted.serial_number, sizeof(entry.serial_number)) == 0 &&
+               std::memcmp(entry.part_number, wanted.part_number, sizeof(entry.part_number)) == 0;
+    };
+    const auto* const found = cut ? end : std::find_if<const serial_number_entry*>(sno_list, end, is_wanted);
+    if (get_debug() != 0) {
+        trace_entries(found != end ? found + 1 : end);
+    }
+    if (found != end) {
+        seen_before = sno_owners[found - sno_list];
+    }
+    return found != end;
+}
+
+void enter(const serial_number_entry& entry, const _pd_info* pd) {
     if (sno_count >= max_drives) {
         TRACE_PRINT("serial number list is full");
         return;
     }
-    serial_number_entry& entry = sno_list[sno_count];
-    entry = {};
-    const size_t length = std::strlen(pd->part_number);
-    std::memcpy(entry.part_number, pd->part_number,
-                length < sizeof(entry.part_number) ? length : sizeof(entry.part_number));
-    if (length <= sizeof(entry.part_number)) {
-        std::memcpy(entry.serial_number, pd->serial_number, text_length(pd->serial_number, serial_length));
-    }
+    sno_list[sno_count] = entry;
     sno_owners[sno_count] = pd;
     ++sno_count;
 }
@@ -101,12 +110,15 @@ int check_serial_number(_pd_info* pd) {
     if (pd->protocol == PD_PROTOCOL_SATA) {
         substitute_serial_number(pd);
     }
+    const size_t part_number_length = std::strlen(pd->part_number);
     const size_t serial_number_length = std::strlen(pd->serial_number);
-    TRACE_PRINT("part number:%s,len:%zu,serial number:%s,len:%zu", pd->part_number,
-                std::strlen(pd->part_number), pd->serial_number, serial_number_length);
-    const int find = serial_number_length != 0 && is_listed(pd) ? 1 : 0;
+    TRACE_PRINT("part number:%s,len:%zu,serial number:%s,len:%zu", pd->part_number, part_number_length,
+                pd->serial_number, serial_number_length);
+    const serial_number_entry entry = make_entry(pd);
+    const bool cut = part_number_length > sizeof(entry.part_number) || serial_number_length > serial_length;
+    const int find = serial_number_length != 0 && is_listed(entry, cut) ? 1 : 0;
     if (find == 0) {
-        enter(pd);
+        enter(entry, pd);
     }
     TRACE_PRINT("Exiting %s, find = %d", __func__, find);
     return find;

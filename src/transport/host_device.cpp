@@ -88,7 +88,7 @@ void print_admin_cmd(const nvme_admin_cmd* command) {
 
 // Sends the whole image in order, a page at a time. Returns 0 when the controller took every chunk, otherwise
 // what the ioctl of the first failed chunk returned.
-int download_firmware_image(uint32_t handle, uint8_t* image, uint32_t size, uint32_t page_size) {
+int download_firmware_image(uint32_t handle, const uint8_t* image, uint32_t size, uint32_t page_size) {
     int result = 0;
     uint32_t offset = 0;
     while (offset < size) {
@@ -125,6 +125,24 @@ void commit_firmware(uint32_t handle) {
     }
 }
 
+// Has *image lie at a page boundary: one that does not is copied, and the caller frees *copy. Returns 0 or
+// the allocator's error number.
+int align_image(const uint8_t** image, uint32_t size, uint32_t page_size, void** copy) {
+    TRACE_PRINT("Calling posix_memalign");
+    if (reinterpret_cast<uintptr_t>(*image) % page_size == 0) {
+        return 0;
+    }
+    errno = 0;
+    const int rc = posix_memalign(copy, page_size, size);
+    if (rc != 0) {
+        print_system_error("Error allocating buffer");
+        return rc;
+    }
+    std::memcpy(*copy, *image, size);
+    *image = static_cast<const uint8_t*>(*copy);
+    return 0;
+}
+
 int send_and_commit(uint32_t handle, const uint8_t* image, uint32_t size) {
     // An empty image would leave nothing but its commit.
     if (size == 0 || size % 4 != 0) {
@@ -132,18 +150,14 @@ int send_and_commit(uint32_t handle, const uint8_t* image, uint32_t size) {
         return 1;
     }
     const auto page_size = static_cast<uint32_t>(getpagesize());
-    void* aligned = nullptr;
-    TRACE_PRINT("Calling posix_memalign");
-    errno = 0;
-    int rc = posix_memalign(&aligned, page_size, size);
+    void* copy = nullptr;
+    int rc = align_image(&image, size, page_size, &copy);
     if (rc != 0) {
-        print_system_error("Error allocating buffer");
         return rc;
     }
-    std::memcpy(aligned, image, size);
     TRACE_PRINT("Sending firmwarem, size = %#x", size);
-    rc = download_firmware_image(handle, static_cast<uint8_t*>(aligned), size, page_size);
-    std::free(aligned);
+    rc = download_firmware_image(handle, image, size, page_size);
+    std::free(copy);
     if (rc == 0) {
         commit_firmware(handle);
     }

@@ -1,9 +1,11 @@
 #include "transport/host_scan.h"
 
-#include <cstdio>
+#include <charconv>
 #include <cstring>
+#include <iterator>
 
 #include "common/diagnostics.h"
+#include "common/text.h"
 #include "transport/host_device.h"
 #include "transport/routing.h"
 #include "transport/scsi_ata_data.h"
@@ -15,7 +17,11 @@ namespace {
 // The virtual disk that a boot adapter makes of its M.2 drives: the drives themselves are listed behind the
 // adapter.
 constexpr char virtual_disk_product[] = "Brackenfold M.2";
-constexpr size_t virtual_disk_product_length = sizeof(virtual_disk_product) - 1;
+
+void name_node(_pd_info* pd, const char* prefix, uint32_t index) {
+    copy_text(pd->dev_name, prefix);
+    std::to_chars(pd->dev_name + std::strlen(prefix), std::end(pd->dev_name) - 1, index);
+}
 
 // Sends a standard INQUIRY and takes its data over into the record.
 int inquire(_pd_info* pd) {
@@ -36,7 +42,7 @@ bool is_listed(const _pd_info* pd, int inquiry_result) {
     if (inquiry_result != 0 || pd->protocol != PD_PROTOCOL_SATA) {
         return false;
     }
-    if (std::strncmp(pd->product_id, virtual_disk_product, virtual_disk_product_length) == 0) {
+    if (begins_with(pd->product_id, virtual_disk_product)) {
         TRACE_PRINT("productid:Brackenfold M.2 VD");
         return false;
     }
@@ -57,7 +63,7 @@ int get_pd_list_host(_ctrl_info* ctrl, _pd_info* pd, uint32_t max) {
     int rc = 0;
     for (uint32_t i = 0; i < max; ++i) {
         *pd = {};
-        std::snprintf(pd->dev_name, sizeof(pd->dev_name), "/dev/sg%u", i);
+        name_node(pd, "/dev/sg", i);
         pd->handle = get_handle(pd->dev_name);
         bool listed = false;
         if (pd->handle != 0) {
@@ -81,7 +87,7 @@ int get_pd_list_host(_ctrl_info* ctrl, _pd_info* pd, uint32_t max) {
 int get_pd_list_nvme(_ctrl_info* ctrl, _pd_info* pd, uint32_t max) {
     TRACE_PRINT("Entering %s", __func__);
     for (uint32_t i = 0; i < max; ++i) {
-        std::snprintf(pd->dev_name, sizeof(pd->dev_name), "/dev/nvme%u", i);
+        name_node(pd, "/dev/nvme", i);
         const uint32_t handle = get_handle(pd->dev_name);
         if (handle == 0) {
             *pd = {};

@@ -31,8 +31,16 @@ size_t failing = SIZE_MAX;  // the command that fails, counted from 0
 extern "C" int ioctl(int /*descriptor*/, unsigned long request, ...) noexcept {
     va_list arguments;
     va_start(arguments, request);
-    const auto* header = va_arg(arguments, const sg_io_hdr*);
+    const void* argument = va_arg(arguments, const void*);
     va_end(arguments);
+    if (request == NVME_IOCTL_ADMIN_CMD) {
+        const auto* command = static_cast<const nvme_admin_cmd*>(argument);
+        const auto* data = reinterpret_cast<const uint8_t*>(command->addr);
+        EXPECT_EQ(command->addr % 4096, 0U);
+        sent.push_back({{command->opcode}, {data, data + command->data_len}});
+        return 0;
+    }
+    const auto* header = static_cast<const sg_io_hdr*>(argument);
     EXPECT_EQ(request, static_cast<unsigned long>(SG_IO));
     EXPECT_EQ(header->interface_id, 'S');
     EXPECT_EQ(header->dxfer_direction, SG_DXFER_TO_DEV);
@@ -150,6 +158,20 @@ TEST(FirmwareDownload, DownloadMicrocode) {
     };
     for (const download_row& row : rows) {
         run(row, false);
+    }
+}
+
+TEST(FirmwareDownload, AnNvmeImageTravelsFromPageBoundaries) {
+    alignas(4096) static uint8_t room[8192];
+    for (size_t i = 0; i < sizeof(room); ++i) {
+        room[i] = static_cast<uint8_t>(i * 7 + i / 256);
+    }
+    for (const uint8_t* image : {room, room + 4, room + 2048}) {
+        sent.clear();
+        EXPECT_EQ(nvme_update_fw(3, image, 6000), 0);
+        const std::vector<sent_command> expected = {
+            {{0x11}, {image, image + 4096}}, {{0x11}, {image + 4096, image + 6000}}, {{0x10}, {}}};
+        EXPECT_TRUE(sent == expected);
     }
 }
 
