@@ -18,8 +18,8 @@ const std::vector<json>& controllers_of(const std::string& type);
 // The entry of a controller's "drives" with this device id; an empty object when there is none.
 json entry_of(const json& controller, uint64_t device);
 
-// What a due fault makes of a request: a status instead of carrying it out, one given after it, or other content
-// of its data, of the kind that `spoil` knows.
+// What a due fault makes of a request: a status instead of carrying it out, one given after it, or other
+// content of its data, of the kind that `spoil` knows.
 struct request_fault {
     uint32_t instead = 0;
     uint32_t afterwards = 0;

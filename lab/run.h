@@ -12,8 +12,8 @@ namespace mirvok::lab {
 reply run_with_faults(drive& d, const std::string& node, const std::string& command, uint32_t length,
                       const std::function<reply()>& answer);
 
-// Makes other content of `data`, which has room for `length` bytes, when `kind` is "zeros", "ones", "random" or
-// "half".
+// Makes other content of `data`, which has room for `length` bytes, when `kind` is "zeros", "ones", "random"
+// or "half".
 void spoil(bytes& data, const std::string& kind, size_t length);
 
 // Raises the signal that a fault's answer names ("signal:INT"), if it names one.
