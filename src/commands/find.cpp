@@ -75,7 +75,8 @@ int run_find_drives(int argc, char** argv) {
     check_params(&program);
     _storage_lib lib = {};
     const int load_result = load_profile(program.profile_file, &program.profile);
-    report_profile(program.profile_file, load_result, load_result == 0 ? program.profile->count : 0);
+    report_profile(program.profile_file, load_result,
+                   program.profile != nullptr ? program.profile->count : 0);
     int rc = 1;
     if (load_result == 0) {
         init_storage_lib(&lib);

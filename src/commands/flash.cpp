@@ -210,7 +210,8 @@ int flash_drives(flash* program, _storage_lib* lib) {
 
 int flash_by_profile(flash* program, _storage_lib* lib) {
     const int load_result = load_profile(program->profile_file, &program->profile);
-    report_profile(program->profile_file, load_result, load_result == 0 ? program->profile->count : 0);
+    report_profile(program->profile_file, load_result,
+                   program->profile != nullptr ? program->profile->count : 0);
     if (load_result != 0) {
         print_error_msg(message_no_profile);
         return FLASH_STATUS_NO_PROFILE;

@@ -15,7 +15,7 @@ namespace mirvok {
 namespace {
 
 // Room set aside before the run begins: enough for the report of some hundred drives.
-constexpr off_t room = 256 * 1024;
+constexpr off_t room = 0x40000;
 constexpr char suffix[] = ".XXXXXX";
 constexpr int ending_signals[] = {SIGINT, SIGTERM, SIGHUP, SIGQUIT, SIGPIPE};
 
@@ -93,9 +93,8 @@ int open_report_file(const char* path) {
     if (rc != 0) {
         return rc;
     }
-    std::memcpy(final_path, path, length + 1);
-    std::memcpy(temporary_path, path, length);
-    std::memcpy(temporary_path + length, suffix, sizeof(suffix));
+    std::snprintf(final_path, sizeof(final_path), "%s", path);
+    std::snprintf(temporary_path, sizeof(temporary_path), "%s%s", path, suffix);
     clean_up_at_signals();
     return open_temporary();
 }
