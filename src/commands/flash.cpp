@@ -27,6 +27,12 @@ constexpr uint32_t message_no_profile = 5;
 // Drives with these identification texts report a level of the series S that counts as series G.
 constexpr char series_s_drives[][8] = {"47Q8841", "47Q8842", "47Q8843"};
 
+// The option's leading digits; what no controller or drive can have counts as -1.
+int32_t take_number() {
+    const long number = std::strtol(optarg, nullptr, 10);
+    return number >= 0 && number <= INT32_MAX ? static_cast<int32_t>(number) : -1;
+}
+
 // Copies an option's text whole; one that does not fit is refused by name.
 template <size_t Capacity>
 int take_text(const char* program_name, const char* option_name, char (&field)[Capacity]) {
@@ -42,11 +48,11 @@ int take_text(const char* program_name, const char* option_name, char (&field)[C
 int take_option(const char* program_name, int character, flash* program) {
     switch (character) {
         case 'a':
-            program->adapter = std::atoi(optarg);
+            program->adapter = take_number();
             program->adapter_set = 1;
             return 0;
         case 's':
-            program->slot = std::atoi(optarg);
+            program->slot = take_number();
             program->slot_set = 1;
             return 0;
         case 'b':
@@ -97,12 +103,19 @@ void verify_level(drive* slot) {
     // The numbers that the drive is listed under stay.
     const _pd_info listed = *pd;
     progress_step("verifying");
+    copy_text(pd->code_level, "");
     get_pd_information(pd);
     copy_text(pd->part_number, listed.part_number);
     copy_text(pd->serial_number, listed.serial_number);
-    if (compare_code_level(pd->code_level, static_cast<uint32_t>(std::strlen(pd->code_level)),
-                           slot->record->fw_level,
-                           static_cast<uint32_t>(std::strlen(slot->record->fw_level))) != 0) {
+    pd->protocol = listed.protocol;
+    // A drive that says nothing any more has not got the level, whatever it had before.
+    const bool silent = pd->code_level[0] == '\0';
+    if (silent) {
+        copy_text(pd->code_level, listed.code_level);
+    }
+    if (silent || compare_code_level(pd->code_level, static_cast<uint32_t>(std::strlen(pd->code_level)),
+                                     slot->record->fw_level,
+                                     static_cast<uint32_t>(std::strlen(slot->record->fw_level))) != 0) {
         slot->failed = 1;
         slot->result = RESULT_LEVEL_MISMATCH;
     }
@@ -110,12 +123,14 @@ void verify_level(drive* slot) {
 
 void update_drive(drive* slot) {
     slot->result = static_cast<uint32_t>(flash_pd_fw(slot->pd, slot->record));
+    held_signal();
     if (slot->result != 0) {
         slot->failed = 1;
     } else {
         verify_level(slot);
     }
     progress_wait(slot->record->wait_time);
+    held_signal();
 }
 
 // A download that is due is not made: its image is examined instead.

@@ -1,5 +1,6 @@
 #include "common/diagnostics.h"
 
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <cerrno>
@@ -103,13 +104,23 @@ int report(const char* format, ...) {
 
 int init_log(const char* name) {
     TRACE_PRINT("init log related");
-    log_handle = std::fopen(name, "w");
+    struct stat status = {};
+    // A block device is a drive, and no place for a log.
+    if (stat(name, &status) != 0 || !S_ISBLK(status.st_mode)) {
+        log_handle = std::fopen(name, "w");
+    }
     if (log_handle == nullptr) {
         TRACE_PRINT("open log file fail");
         return 0;
     }
     TRACE_PRINT("open log file success");
     return 1;
+}
+
+bool is_log_file(uint64_t device, uint64_t inode) {
+    struct stat status = {};
+    return log_handle != nullptr && fstat(fileno(log_handle), &status) == 0 && status.st_dev == device &&
+           status.st_ino == inode;
 }
 
 void uninit_log() {

@@ -30,6 +30,9 @@ int report(const char* format, ...) __attribute__((format(printf, 1, 2)));
 int init_log(const char* name);
 void uninit_log();
 
+// Whether a file, by its device and inode numbers, is the open log.
+bool is_log_file(uint64_t device, uint64_t inode);
+
 // Traces `message` with the text of errno, or alone when errno is 0.
 void print_system_error(const char* message);
 

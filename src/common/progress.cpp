@@ -1,5 +1,6 @@
 #include "common/progress.h"
 
+#include <poll.h>
 #include <sys/ioctl.h>
 #include <unistd.h>
 
@@ -43,7 +44,11 @@ size_t columns() {
 }
 
 void write_terminal(const char* text) {
-    // A terminal that went away in mid-run is no reason to stop.
+    // A terminal that is stopped, or went away in mid-run, is no reason to wait.
+    struct pollfd terminal = {STDERR_FILENO, POLLOUT, 0};
+    if (poll(&terminal, 1, 0) != 1 || (terminal.revents & POLLOUT) == 0) {
+        return;
+    }
     (void)!write(STDERR_FILENO, text, std::strlen(text));
 }
 

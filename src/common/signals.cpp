@@ -6,17 +6,14 @@ namespace mirvok {
 
 namespace {
 
-constexpr int ending_signals[] = {SIGINT, SIGTERM, SIGHUP, SIGQUIT, SIGPIPE};
+constexpr int ending_signals[] = {SIGINT, SIGTERM, SIGHUP, SIGQUIT, SIGPIPE, SIGXFSZ, SIGXCPU};
 
 sigset_t held;
 int first_signal = 0;
 
-void change_stop_signal(int how) {
-    sigset_t set;
-    sigemptyset(&set);
-    sigaddset(&set, SIGTSTP);
-    sigprocmask(how, &set, nullptr);
-}
+sigset_t mask_before_stop;
+sigset_t mask_before_sequence;
+bool stop_held = false;
 
 }  // namespace
 
@@ -46,11 +43,32 @@ int held_signal() {
 }
 
 void hold_stop_signal() {
-    change_stop_signal(SIG_BLOCK);
+    sigset_t set;
+    sigemptyset(&set);
+    sigaddset(&set, SIGTSTP);
+    sigaddset(&set, SIGTTOU);
+    sigprocmask(SIG_BLOCK, &set, &mask_before_stop);
+    stop_held = true;
 }
 
 void release_stop_signal() {
-    change_stop_signal(SIG_UNBLOCK);
+    if (stop_held) {
+        sigprocmask(SIG_SETMASK, &mask_before_stop, nullptr);
+        stop_held = false;
+    }
+}
+
+void begin_unbroken_sequence() {
+    sigset_t set;
+    sigemptyset(&set);
+    for (const int number : ending_signals) {
+        sigaddset(&set, number);
+    }
+    sigprocmask(SIG_BLOCK, &set, &mask_before_sequence);
+}
+
+void end_unbroken_sequence() {
+    sigprocmask(SIG_SETMASK, &mask_before_sequence, nullptr);
 }
 
 }  // namespace mirvok

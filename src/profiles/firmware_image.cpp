@@ -32,7 +32,13 @@ bool same_content(const struct stat& a, const struct stat& b) {
 int open_image(const char* path, const image_rule& rule, std::FILE** file, uint32_t* size) {
     TRACE_PRINT("Entering %s", __func__);
     int rc = RESULT_IMAGE_LOST;
-    std::FILE* opened = std::fopen(path, "rb");
+    struct stat status = {};
+    std::FILE* opened = nullptr;
+    if (stat(path, &status) == 0 && (!S_ISREG(status.st_mode) || is_log_file(status.st_dev, status.st_ino))) {
+        rc = RESULT_IMAGE_UNREADABLE;  // a pipe would be waited for, and the log is no firmware
+    } else {
+        opened = std::fopen(path, "rb");
+    }
     if (opened != nullptr) {
         rc = examine_image(opened, rule, size);
         if (rc == 0) {

@@ -73,25 +73,38 @@ void close_drive(_pd_info* pd) {
     pd->handle = 0;
 }
 
+// Whether the sense data tell of an error (SPC-4, 4.5): keys 0h and 1h do not.
+bool is_refused(const _scsi_cmd_out& out) {
+    const uint8_t response = out.sense[0] & 0x7F;
+    const uint8_t key = (response >= 0x72 ? out.sense[1] : out.sense[2]) & 0x0F;
+    return response >= 0x70 && response <= 0x73 && key > 1;
+}
+
+// A SCSI status is no failure of the transport's, but a piece that the drive refuses ends the download: what
+// follows a gap must not reach it.
+int send_piece(_pd_info* pd, _scsi_cmd_in* in) {
+    _scsi_cmd_out out = {};
+    const int rc = send_scsi_command(pd, in, &out);
+    return rc == 0 && is_refused(out) ? 1 : rc;
+}
+
 int write_buffer(_pd_info* pd, uint16_t mode, uint32_t offset, uint8_t* data, uint32_t length) {
     _scsi_cmd_in in = {};
-    _scsi_cmd_out out = {};
     const int rc = set_scsi_command(pd, SCSI_WRITE_BUFFER, &in, mode, 0, offset, data, length);
-    return rc != 0 ? rc : send_scsi_command(pd, &in, &out);
+    return rc != 0 ? rc : send_piece(pd, &in);
 }
 
 int download_microcode(_pd_info* pd, uint16_t subcommand, uint32_t block_offset, uint8_t* data,
                        uint32_t length) {
     _ata_cmd_in ata = {};
     _scsi_cmd_in in = {};
-    _scsi_cmd_out out = {};
     int rc = set_ata_command(pd, ATA_DOWNLOAD_MICROCODE, &ata, static_cast<uint16_t>(block_offset),
                              subcommand, data, length);
     if (rc == 0) {
         rc = set_ata_scsi_command(pd, &in, &ata);
     }
     if (rc == 0) {
-        rc = send_scsi_command(pd, &in, &out);
+        rc = send_piece(pd, &in);
     }
     if (rc != 0) {
         TRACE_PRINT("flash command fail: rc=%d", rc);

@@ -5,6 +5,7 @@
 #include <initializer_list>
 
 #include "common/diagnostics.h"
+#include "common/signals.h"
 #include "common/text.h"
 #include "profiles/drive_sizes.h"
 #include "raid/storelib_devices.h"
@@ -227,12 +228,14 @@ int get_pd_indentify(_pd_info* pd) {
 int get_pd_inquery_b0(_pd_info* pd) {
     TRACE_PRINT("Entering %s", __func__);
     uint8_t data[page_size] = {};
+    begin_unbroken_sequence();
     enable_smart(pd);
     const int rc = send_ata(pd, ATA_SMART_READ_LOG, smart_log_b0, data, sizeof(data));
     if (rc == 0) {
         parse_vpd_b0(pd, data, sizeof(data));
     }
     disable_smart(pd);
+    end_unbroken_sequence();
     TRACE_PRINT("Exiting %s, rc = %d", __func__, rc);
     return rc;
 }
