@@ -65,9 +65,11 @@ constexpr uint32_t count_chunks(uint32_t image_size) {
     return image_size / download_chunk + (image_size % download_chunk != 0 ? 1 : 0);
 }
 
-bool still_has_size(std::FILE* file, uint32_t image_size) {
-    struct stat status = {};
-    return fstat(fileno(file), &status) == 0 && status.st_size == off_t{image_size};
+// Whether the image is what it was when its download began; two images must not be mixed on a drive.
+bool is_unchanged(std::FILE* file, const struct stat& before) {
+    struct stat now = {};
+    return fstat(fileno(file), &now) == 0 && now.st_size == before.st_size &&
+           now.st_mtim.tv_sec == before.st_mtim.tv_sec && now.st_mtim.tv_nsec == before.st_mtim.tv_nsec;
 }
 
 bool poll_controller(uint32_t ctrl_id, uint16_t ctrl_type) {
@@ -227,7 +229,8 @@ int DoPDFWDownload(uint32_t ctrl_id, uint16_t device_id, uint16_t ctrl_type, uin
 int DoPDFWDownload_7(uint32_t ctrl_id, uint16_t device_id, uint16_t ctrl_type, uint32_t interface,
                      std::FILE* file, uint32_t image_size) {
     TRACE_PRINT("Entering %s", __func__);
-    int rc = 0;
+    struct stat before = {};
+    int rc = fstat(fileno(file), &before) == 0 && before.st_size == off_t{image_size} ? 0 : 1;
     uint32_t chunk = 1;
     uint32_t block_offset = 0;
     uint32_t offset = 0;
@@ -235,7 +238,7 @@ int DoPDFWDownload_7(uint32_t ctrl_id, uint16_t device_id, uint16_t ctrl_type, u
         const uint32_t length = std::min(download_chunk, image_size - offset);
         TRACE_PRINT("count:%d, dataLength:0x%X, offset:0x%X", chunk, length, offset);
         const bool sent =
-            still_has_size(file, image_size) &&
+            is_unchanged(file, before) &&
             DoPDFWDownload(ctrl_id, device_id, ctrl_type, interface, file, length,
                            interface == INTERFACE_SATA ? block_offset : offset, download_mode) == 0;
         rc = sent ? 0 : 1;
