@@ -44,6 +44,16 @@ json adapter_of(uint8_t adapter) {
     return json::object();
 }
 
+// The entry of a device, which the calls name by the low 8 bits of its id.
+json device_of(uint8_t adapter, uint8_t device) {
+    for (const json& entry : adapter_of(adapter).value("drives", json::array())) {
+        if ((number_of(entry, "device_id", 0) & 0xFF) == device) {
+            return entry;
+        }
+    }
+    return json::object();
+}
+
 // The journal's title of a request, once it has been checked that the library may be called at all.
 std::string title_of(const char* name, int adapter = -1, int device = -1) {
     std::string title = std::string("marvell ") + name;
@@ -111,7 +121,7 @@ uint8_t pass_through(uint8_t adapter, uint8_t device, void* user, const std::str
     }
     request.resize(room - 8);
     scsi_command c;
-    drive* d = drive_named(text_of(entry_of(adapter_of(adapter), device), "drive", ""));
+    drive* d = drive_named(text_of(device_of(adapter, device), "drive", ""));
     if (!demand(d != nullptr, title, "no such drive") || !take_command(request, title, c)) {
         return result_invalid;
     }
@@ -155,7 +165,12 @@ uint8_t mirvok_lab_mv_finalize() {
 uint8_t mirvok_lab_mv_adapter_count() {
     const std::string title = title_of("adapters");
     const uint32_t other = request_fault_of("MARVELL", "adapters").instead;
-    return finish(title, other != 0 ? other : static_cast<uint32_t>(controllers_of("MARVELL").size()));
+    const std::vector<json> list = controllers_of("MARVELL");
+    uint64_t count = other != 0 ? other : list.size();
+    for (const json& controller : list) {
+        count = number_of(controller, "claimed_controllers", count);
+    }
+    return finish(title, static_cast<uint32_t>(count));
 }
 
 uint8_t mirvok_lab_mv_adapter_info(uint8_t adapter, uint8_t* found, void* record) {
@@ -163,7 +178,7 @@ uint8_t mirvok_lab_mv_adapter_info(uint8_t adapter, uint8_t* found, void* record
     const request_fault fault = request_fault_of("MARVELL", "adapter-info");
     const json self = adapter_of(adapter);
     bytes data(adapter_info_size);
-    bytes flag(1, !self.empty() && self.value("present", true) ? 1 : 0);
+    bytes flag(1, !self.empty() && self.value("present", true) ? 0x80 : 0);
     if (!demand(copy_in(data.data(), record, data.size()) && all_zero(data, 0, data.size()), title,
                 "record out of reach or not cleared")) {
         return result_invalid;
@@ -206,7 +221,7 @@ uint8_t mirvok_lab_mv_scsi(uint8_t adapter, uint8_t device, void* request) {
 
 uint8_t mirvok_lab_mv_download(uint8_t adapter, uint8_t device, const char* path) {
     const std::string title = title_of("download", adapter, device);
-    const json entry = entry_of(adapter_of(adapter), device);
+    const json entry = device_of(adapter, device);
     if (!demand(!entry.empty(), title, "no such drive")) {
         return result_invalid;
     }
@@ -223,7 +238,7 @@ uint8_t mirvok_lab_mv_download(uint8_t adapter, uint8_t device, const char* path
 uint8_t mirvok_lab_mv_download_status(uint8_t adapter, uint8_t device, uint8_t* percentage, uint8_t* status) {
     const std::string title = title_of("download-status", adapter, device);
     download& transfer = download_of(adapter, device);
-    drive* d = drive_named(text_of(entry_of(adapter_of(adapter), device), "drive", ""));
+    drive* d = drive_named(text_of(device_of(adapter, device), "drive", ""));
     if (!demand(d != nullptr && !transfer.sequence.empty(), title, "no download")) {
         return result_invalid;
     }

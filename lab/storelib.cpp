@@ -230,7 +230,9 @@ uint32_t answer_scsi(request& r) {
     f[frame_status] = static_cast<uint8_t>(answer.status);
     std::copy_n(answer.sense.begin(), std::min<size_t>(answer.sense.size(), 32), f.begin() + frame_sense);
     if (c.way == direction::in) {
-        store_le32(&f[frame_length], static_cast<uint32_t>(answer.data.size()));
+        const uint64_t claimed = number_of(r.controller_self, "claimed_length", answer.data.size());
+        std::fill(f.begin() + frame_header, f.end(), noise);
+        store_le32(&f[frame_length], static_cast<uint32_t>(claimed));
         std::ranges::copy(answer.data, f.begin() + frame_header);
     }
     const auto on_error = static_cast<uint32_t>(number_of(r.controller_self, "scsi_error_status", 0));
