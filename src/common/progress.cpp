@@ -53,8 +53,11 @@ void write_terminal(const char* text) {
 }
 
 void show(const char* text) {
+    if (!enabled || drive_count == 0) {
+        return;
+    }
     const int64_t time = now();
-    if (!enabled || drive_count == 0 || time - last_update < shortest_interval) {
+    if (time - last_update < shortest_interval) {
         return;
     }
     const size_t width = columns();
