@@ -32,6 +32,14 @@ def wait_for(condition):
         time.sleep(0.05)
 
 
+def read_process(path):
+    """A file of /proc; nothing where the process has ended since it was listed."""
+    try:
+        return (pathlib.Path("/proc") / path).read_text()
+    except (FileNotFoundError, ProcessLookupError):
+        return ""
+
+
 @pytest.mark.parametrize("kind", DOWNLOADS)
 @pytest.mark.parametrize("columns", [80, 40])
 def test_progress_is_seen_and_leaves_nothing(kind, columns, tmp_path):
@@ -54,11 +62,11 @@ def test_progress_is_seen_and_leaves_nothing(kind, columns, tmp_path):
         shell = tmux(server, "list-panes", "-F", "#{pane_pid}").strip()
 
         def program():
-            lab = pathlib.Path(f"/proc/{shell}/task/{shell}/children").read_text().split()
-            return [child for pid in lab for child in pathlib.Path(f"/proc/{pid}/task/{pid}/children").read_text().split()]
+            lab = read_process(f"{shell}/task/{shell}/children").split()
+            return [child for pid in lab for child in read_process(f"{pid}/task/{pid}/children").split()]
 
         def stopped():
-            return any(" T " in pathlib.Path(f"/proc/{pid}/stat").read_text() for pid in program())
+            return any(" T " in read_process(f"{pid}/stat") for pid in program())
 
         for step in (1, 2):
             wait_for(stopped)
