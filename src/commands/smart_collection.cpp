@@ -37,7 +37,7 @@ int send_translated(_pd_info* pd, const _ata_cmd_in* ata, _scsi_cmd_out* out, in
         rc = open_drive(pd);
     }
     if (rc == 0) {
-        *transfer = send_scsi_command(pd, &scsi, out);
+        *transfer = read_scsi_command(pd, &scsi, out);
         if (handle) {
             close_drive(pd);
         }
@@ -49,7 +49,7 @@ int read_log_page(_pd_info* pd, uint8_t* buffer) {
     _scsi_cmd_in in = {};
     _scsi_cmd_out out = {};
     const int rc = set_scsi_command(pd, SCSI_LOG_SENSE, &in, 0, sas_smart_page, 0, buffer, smart_data_size);
-    return rc != 0 ? rc : send_scsi_command(pd, &in, &out);
+    return rc != 0 ? rc : read_scsi_command(pd, &in, &out);
 }
 
 // A transfer that failed leaves the zeroed buffer, in which no attribute is found.

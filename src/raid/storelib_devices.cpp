@@ -7,6 +7,7 @@
 
 #include "common/bytes.h"
 #include "common/diagnostics.h"
+#include "transport/command_results.h"
 
 namespace mirvok {
 
@@ -62,8 +63,8 @@ frame_direction_t get_frame_direction(io_direction_t direction) {
     }
 }
 
-// Copies what a successful command returned; the library's word on its length is taken up to what was asked.
-void return_data(const _scsi_cmd_in* in, const uint8_t* frame, frame_direction_t direction) {
+// Copies what a successful command returned, at most as much as was asked for. Returns the number of bytes.
+uint32_t return_data(const _scsi_cmd_in* in, const uint8_t* frame, frame_direction_t direction) {
     const uint8_t* source = frame + frame_data;
     uint32_t length = load_le32(frame + frame_data_length);
     if (direction == FRAME_NO_DATA) {
@@ -74,6 +75,7 @@ void return_data(const _scsi_cmd_in* in, const uint8_t* frame, frame_direction_t
     if (direction != FRAME_TO_DRIVE && length > 0) {
         std::memcpy(in->data, source, length);
     }
+    return length;
 }
 
 }  // namespace
@@ -201,8 +203,11 @@ int scsi_passthru_avago(_pd_info* pd, _scsi_cmd_in* in, _scsi_cmd_out* out) {
         if (rc != 0 || scsi_status != 0) {
             std::memcpy(out->sense, frame + frame_sense, frame_sense_size);
         }
-        if (scsi_status == 0 && (rc == 0 || rc == status_still_success)) {
-            return_data(in, frame, direction);
+        const bool answered = rc == 0 || (rc == status_still_success && scsi_status == 0);
+        out->refused = !answered || is_refused(scsi_status, frame + frame_sense);
+        out->unit_attention = is_unit_attention(scsi_status, frame + frame_sense);
+        if (answered && scsi_status == 0) {
+            out->received = return_data(in, frame, direction);
             rc = 0;
         } else if (rc == 0) {
             rc = scsi_status;

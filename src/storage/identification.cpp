@@ -9,6 +9,7 @@
 #include "common/text.h"
 #include "profiles/drive_sizes.h"
 #include "raid/storelib_devices.h"
+#include "transport/command_results.h"
 #include "transport/host_device.h"
 #include "transport/nvme_data.h"
 #include "transport/routing.h"
@@ -28,16 +29,24 @@ constexpr uint16_t nvme_log_health = 0x02;
 constexpr uint16_t nvme_log_firmware_slots = 0x03;
 constexpr uint16_t nvme_log_vendor = 0xE0;
 
-int read_scsi(_pd_info* pd, uint16_t code, uint32_t page, void* data, uint32_t size) {
+// What a read brings when it is a success of the transport's alone: the drive is as silent as after a
+// failure.
+constexpr int brought_nothing = 1;
+
+// Data that do not reach to byte `needed` are none.
+int read_scsi(_pd_info* pd, uint16_t code, uint32_t page, void* data, uint32_t size, uint32_t needed = 0) {
     _scsi_cmd_in in = {};
     _scsi_cmd_out out = {};
     std::memset(data, 0, size);
-    const int rc = set_scsi_command(pd, code, &in, 0, page, 0, data, size);
-    return rc != 0 ? rc : send_scsi_command(pd, &in, &out);
+    int rc = set_scsi_command(pd, code, &in, 0, page, 0, data, size);
+    if (rc == 0) {
+        rc = read_scsi_command(pd, &in, &out);
+    }
+    return rc == 0 && needed > 0 && !has_data_up_to(needed, data, out.received) ? brought_nothing : rc;
 }
 
-// ATA commands always travel as ATA PASS-THROUGH. `data` may be null for a command without data.
-int send_ata(_pd_info* pd, uint16_t code, uint16_t address, void* data, uint32_t size) {
+// ATA commands always travel as ATA PASS-THROUGH.
+int read_ata(_pd_info* pd, uint16_t code, uint16_t address, void* data, uint32_t size, uint32_t needed = 0) {
     _ata_cmd_in ata = {};
     _scsi_cmd_in in = {};
     _scsi_cmd_out out = {};
@@ -45,7 +54,16 @@ int send_ata(_pd_info* pd, uint16_t code, uint16_t address, void* data, uint32_t
     if (rc == 0) {
         rc = set_ata_scsi_command(pd, &in, &ata);
     }
-    return rc != 0 ? rc : send_scsi_command(pd, &in, &out);
+    if (rc == 0) {
+        rc = read_scsi_command(pd, &in, &out);
+    }
+    return rc == 0 && needed > 0 && !has_data_up_to(needed, data, out.received) ? brought_nothing : rc;
+}
+
+int perform_ata(_pd_info* pd, const _ata_cmd_in* ata) {
+    _scsi_cmd_in in = {};
+    const int rc = set_ata_scsi_command(pd, &in, ata);
+    return rc != 0 ? rc : perform_scsi_command(pd, &in);
 }
 
 int read_nvme(_pd_info* pd, uint16_t code, uint16_t selector, void* data, uint32_t size) {
@@ -172,7 +190,7 @@ int get_pd_information(_pd_info* pd) {
 int get_pd_inquery_0(_pd_info* pd) {
     TRACE_PRINT("Entering %s", __func__);
     uint8_t data[page_size];
-    const int rc = read_scsi(pd, SCSI_INQUIRY, 0, data, sizeof(data));
+    const int rc = read_scsi(pd, SCSI_INQUIRY, 0, data, sizeof(data), inquiry_needed);
     if (rc == 0) {
         parse_inquery(pd, data, sizeof(data));
     }
@@ -216,7 +234,7 @@ int get_pd_capacity(_pd_info* pd) {
 int get_pd_indentify(_pd_info* pd) {
     TRACE_PRINT("Entering %s", __func__);
     uint8_t data[page_size] = {};
-    const int rc = send_ata(pd, ATA_IDENTIFY_DEVICE, 0, data, sizeof(data));
+    const int rc = read_ata(pd, ATA_IDENTIFY_DEVICE, 0, data, sizeof(data), identify_needed);
     if (rc == 0) {
         parse_identify(pd, data, sizeof(data));
     }
@@ -230,7 +248,7 @@ int get_pd_inquery_b0(_pd_info* pd) {
     uint8_t data[page_size] = {};
     begin_unbroken_sequence();
     enable_smart(pd);
-    const int rc = send_ata(pd, ATA_SMART_READ_LOG, smart_log_b0, data, sizeof(data));
+    const int rc = read_ata(pd, ATA_SMART_READ_LOG, smart_log_b0, data, sizeof(data));
     if (rc == 0) {
         parse_vpd_b0(pd, data, sizeof(data));
     }
@@ -242,8 +260,9 @@ int get_pd_inquery_b0(_pd_info* pd) {
 
 uint16_t enable_smart(_pd_info* pd) {
     TRACE_PRINT("Entering %s", __func__);
+    // A drive that leaves open whether SMART is on is left alone: to switch it off again might be wrong.
     pd->smart_enabled_saved = pd->smart_enabled;
-    if (pd->smart_enabled != 1) {
+    if (pd->smart_enabled == 0) {
         if (able_ata_smart(pd, 1) != 0) {
             TRACE_PRINT("ATA SMART enable fail");
         } else {
@@ -257,7 +276,7 @@ uint16_t enable_smart(_pd_info* pd) {
 int disable_smart(_pd_info* pd) {
     TRACE_PRINT("Entering %s", __func__);
     int rc = 0;
-    if (pd->smart_enabled_saved != 1) {
+    if (pd->smart_enabled_saved == 0) {
         rc = able_ata_smart(pd, 0);
     }
     TRACE_PRINT("Exiting %s, rc = %d", __func__, rc);
@@ -267,7 +286,16 @@ int disable_smart(_pd_info* pd) {
 int able_ata_smart(_pd_info* pd, uint16_t enable) {
     TRACE_PRINT("Entering %s", __func__);
     const uint16_t code = enable != 0 ? ATA_SMART_ENABLE_OPERATIONS : ATA_SMART_DISABLE_OPERATIONS;
-    const int rc = send_ata(pd, code, 0, nullptr, 0);
+    _ata_cmd_in ata = {};
+    int rc = set_ata_command(pd, code, &ata, 0, 0, nullptr, 0);
+    if (rc == 0) {
+        rc = perform_ata(pd, &ata);
+        if (rc != 0) {
+            // Linux's own ATA layer takes no data-in command without data.
+            ata.direction = IO_DIR_NONE;
+            rc = perform_ata(pd, &ata);
+        }
+    }
     TRACE_PRINT("Exiting %s, rc = %d", __func__, rc);
     return rc;
 }
@@ -276,7 +304,11 @@ int get_nvme_identify(_pd_info* pd) {
     TRACE_PRINT("Entering %s", __func__);
     uint8_t data[nvme_identify_size];
     nvme_device_info info = {};
-    const int rc = read_nvme(pd, NVME_IDENTIFY_CONTROLLER, 0, data, sizeof(data));
+    int rc = read_nvme(pd, NVME_IDENTIFY_CONTROLLER, 0, data, sizeof(data));
+    // The driver does not tell how much came into the cleared buffer.
+    if (rc == 0 && count_up_to_zeros(data, sizeof(data)) < controller_needed) {
+        rc = brought_nothing;
+    }
     if (rc == 0) {
         parse_nvme_page(NVME_PAGE_IDENTIFY_CONTROLLER, &info, data, sizeof(data));
         copy_text(pd->product_id, info.model);

@@ -47,6 +47,9 @@ struct _scsi_cmd_in {
 struct _scsi_cmd_out {
     uint32_t scsi_status;  // written by the storelib route only
     uint8_t sense[64];
+    uint32_t received;    // bytes of data that came from the device
+    bool refused;         // the command was not carried out, whoever says so
+    bool unit_attention;  // a unit attention condition came in its place: sent again, it is taken
 };
 
 struct _ata_cmd_in {

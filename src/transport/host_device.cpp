@@ -13,6 +13,7 @@
 #include "common/diagnostics.h"
 #include "common/progress.h"
 #include "common/signals.h"
+#include "transport/command_results.h"
 
 namespace mirvok {
 
@@ -51,16 +52,13 @@ int admin_ioctl(uint32_t handle, nvme_admin_cmd* command) {
     return device_ioctl(handle, NVME_IOCTL_ADMIN_CMD, command);
 }
 
-// The driver hands back its whole buffer, with an earlier command's data where the drive sent none: a refused
-// command returns zeroes, and a short transfer ends in zeroes.
-void clear_what_did_not_come(const sg_io_hdr& header) {
-    uint32_t missing = header.resid > 0 ? static_cast<uint32_t>(header.resid) : 0;
-    if (header.status != 0 || header.host_status != 0 || header.driver_status != 0 ||
+// Bytes that came from the device. Data beside "recovered error" are an answer; a driver byte beside GOOD, as
+// older kernels set it with sense data, says nothing.
+uint32_t count_received(const sg_io_hdr& header) {
+    const uint32_t missing = header.resid > 0 ? static_cast<uint32_t>(header.resid) : 0;
+    if (header.host_status != 0 || (header.status != 0 && !is_carried_out(header.sbp)) ||
         missing > header.dxfer_len) {
-        missing = header.dxfer_len;
-    }
-    if (missing != 0) {
-        std::memset(static_cast<uint8_t*>(header.dxferp) + (header.dxfer_len - missing), 0, missing);
+        return 0;
     }
 }
 
@@ -76,6 +74,7 @@ void print_admin_cmd(const nvme_admin_cmd* command) {
     TRACE_PRINT("addr: %llX", static_cast<unsigned long long>(command->addr));
     TRACE_PRINT("metadata_len: %d", static_cast<int>(command->metadata_len));
     TRACE_PRINT("data_len: %d", static_cast<int>(command->data_len));
+    return header.dxfer_len - missing;
     TRACE_PRINT("cdw10: %d", static_cast<int>(command->cdw10));
     TRACE_PRINT("cdw11: %d", static_cast<int>(command->cdw11));
     TRACE_PRINT("cdw12: %d", static_cast<int>(command->cdw12));
@@ -205,8 +204,10 @@ int scsi_command_host(uint32_t handle, _scsi_cmd_in* in, _scsi_cmd_out* out) {
     // A SCSI status is an answer (ATA registers come back with CHECK CONDITION); only a failed ioctl is a
     // failure.
     const int rc = device_ioctl(handle, SG_IO, &header) < 0 ? 1 : 0;
-    if (in->direction == IO_DIR_IN) {
-        clear_what_did_not_come(header);
+    if (in->direction == IO_DIR_IN && in->data_length > 0) {
+        // The driver hands back its whole buffer, with an earlier command's data where the drive sent none.
+        out->received = rc == 0 ? count_received(header) : 0;
+        std::memset(static_cast<uint8_t*>(in->data) + out->received, 0, in->data_length - out->received);
     }
     TRACE_PRINT(
         "status:%d, masked status:%d,msg_status:%d,host_status:%d,driver_status:%d, info:%d, duration:%d",
@@ -220,6 +221,8 @@ int nvme_command_host(uint32_t handle, uint16_t /*code*/, _nvme_cmd_in* in, _nvm
     TRACE_PRINT("Entering %s -- linux ,fd= %d", __func__, static_cast<int>(handle));
     if (in->buffer_size > 0) {
         std::memset(in->buffer, 0, in->buffer_size);
+    out->refused = rc != 0 || header.host_status != 0 || is_refused(header.status, out->sense);
+    out->unit_attention = is_unit_attention(header.status, out->sense);
     }
     nvme_admin_cmd command = {};
     command.opcode = static_cast<uint8_t>(in->opcode);

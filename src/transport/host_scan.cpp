@@ -8,6 +8,7 @@
 #include "common/text.h"
 #include "transport/host_device.h"
 #include "transport/routing.h"
+#include "transport/command_results.h"
 #include "transport/scsi_ata_data.h"
 
 namespace mirvok {
@@ -30,7 +31,10 @@ int inquire(_pd_info* pd) {
     _scsi_cmd_out out = {};
     int rc = set_scsi_command(pd, SCSI_INQUIRY, &in, 0, 0, 0, data, sizeof(data));
     if (rc == 0) {
-        rc = send_scsi_command(pd, &in, &out);
+        rc = read_scsi_command(pd, &in, &out);
+    }
+    if (rc == 0 && !has_data_up_to(inquiry_needed, data, out.received)) {
+        rc = 1;
     }
     if (rc == 0) {
         parse_inquery(pd, data, sizeof(data));

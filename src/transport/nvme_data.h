@@ -52,6 +52,9 @@ enum nvme_page_t : uint16_t {
     NVME_PAGE_VENDOR_E0 = 4,            // 1024 bytes, the maker's own layout
 };
 
+// Identify Controller data that end before the firmware revision's end tell nothing of the drive.
+constexpr uint32_t controller_needed = 72;
+
 // Decodes one page into `info`; any other page does nothing. `length` is not consulted: data holds the page
 // whole.
 void parse_nvme_page(uint16_t page, nvme_device_info* info, const void* data, uint32_t length);

@@ -26,6 +26,9 @@ int send_scsi_command(_pd_info* pd, _scsi_cmd_in* in, _scsi_cmd_out* out) {
         hexDump("cdb", in->cdb, in->cdb_length);
     }
     int rc = 0;
+    out->received = 0;
+    out->refused = true;  // until the route says otherwise
+    out->unit_attention = false;
     switch (pd->ctrl->vendor) {
         case VENDOR_HOST:
         case VENDOR_NVME:
@@ -53,6 +56,24 @@ int send_scsi_command(_pd_info* pd, _scsi_cmd_in* in, _scsi_cmd_out* out) {
     }
     TRACE_PRINT("Exiting %s, rc = %d", __func__, rc);
     return rc;
+}
+
+int read_scsi_command(_pd_info* pd, _scsi_cmd_in* in, _scsi_cmd_out* out) {
+    const int rc = send_scsi_command(pd, in, out);
+    if (!out->unit_attention) {
+        return rc;
+    }
+    *out = {};
+    return send_scsi_command(pd, in, out);
+}
+
+int perform_scsi_command(_pd_info* pd, _scsi_cmd_in* in) {
+    _scsi_cmd_out out = {};
+    const int rc = send_scsi_command(pd, in, &out);
+    if (!out.refused) {
+        return 0;
+    }
+    return rc != 0 ? rc : 1;
 }
 
 int send_nvme_command(_pd_info* pd, uint16_t code, _nvme_cmd_in* in, _nvme_cmd_out* out) {

@@ -64,7 +64,7 @@ const uint8_t* bytes_of(const void* data) {
 
 // Bit 0 of one word, valid when bits 15:14 of another are 01b.
 uint16_t smart_bit(uint16_t word, uint16_t validity) {
-    return (validity & 0xC000) == 0x4000 ? static_cast<uint16_t>(word & 1) : 0xFFFF;
+    return (validity & 0xC000) == 0x4000 ? static_cast<uint16_t>(word & 1) : smart_unknown;
 }
 
 }  // namespace

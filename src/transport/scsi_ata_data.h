@@ -9,6 +9,14 @@
 
 namespace mirvok {
 
+// Data that end earlier tell nothing of the drive: INQUIRY reaches over the level, IDENTIFY DEVICE over the
+// words with the state of SMART (85 to 87).
+constexpr uint32_t inquiry_needed = 36;
+constexpr uint32_t identify_needed = 88 * 2;
+
+// SMART enabled or supported, as far as IDENTIFY DEVICE tells.
+constexpr uint16_t smart_unknown = 0xFFFF;
+
 // Standard INQUIRY data (SPC-4, 6.4.2) with the maker's fields in its vendor-specific area. A device that is
 // not a connected disk only has its protocol set, to PD_PROTOCOL_UNKNOWN.
 void parse_inquery(_pd_info* pd, const void* data, uint32_t length);
@@ -23,8 +31,9 @@ uint32_t parse_vpd_b0(_pd_info* pd, const void* data, uint32_t length);
 // ATA IDENTIFY DEVICE data (ACS-3, 7.12.7) with the maker's fields packed into the model number.
 void parse_identify(_pd_info* pd, const void* data, uint32_t length);
 
-// SMART feature set supported (word 82) and enabled (word 85) of IDENTIFY DEVICE data: 1 or 0, or FFFFh when
-// the words do not carry the mark of valid content (bits 15:14 of words 83 and 87 are 01b).
+// SMART feature set supported (word 82) and enabled (word 85) of IDENTIFY DEVICE data: 1 or 0, or
+// smart_unknown when the words do not carry the mark of valid content (bits 15:14 of words 83 and 87 are
+// 01b).
 uint16_t is_smart_supported(const void* data, uint32_t length);
 uint16_t is_smart_enabled(const void* data, uint32_t length);
 
