@@ -22,20 +22,29 @@ int examine_image(std::FILE* file, const image_rule& rule, uint32_t* size) {
     return 0;
 }
 
-bool same_content(const struct stat& a, const struct stat& b) {
-    return a.st_size == b.st_size && a.st_mtim.tv_sec == b.st_mtim.tv_sec &&
-           a.st_mtim.tv_nsec == b.st_mtim.tv_nsec;
+}  // namespace
+
+bool get_image_state(std::FILE* file, image_state* state) {
+    struct stat status = {};
+    if (fstat(fileno(file), &status) != 0) {
+        return false;
+    }
+    *state = {status.st_size, status.st_mtim.tv_sec, status.st_mtim.tv_nsec};
+    return true;
 }
 
-}  // namespace
+bool is_refused_image(const char* path) {
+    struct stat status = {};
+    return stat(path, &status) == 0 &&
+           (!S_ISREG(status.st_mode) || is_log_file(status.st_dev, status.st_ino));
+}
 
 int open_image(const char* path, const image_rule& rule, std::FILE** file, uint32_t* size) {
     TRACE_PRINT("Entering %s", __func__);
     int rc = RESULT_IMAGE_LOST;
-    struct stat status = {};
     std::FILE* opened = nullptr;
-    if (stat(path, &status) == 0 && (!S_ISREG(status.st_mode) || is_log_file(status.st_dev, status.st_ino))) {
-        rc = RESULT_IMAGE_UNREADABLE;  // a pipe would be waited for, and the log is no firmware
+    if (is_refused_image(path)) {
+        rc = RESULT_IMAGE_UNREADABLE;
     } else {
         opened = std::fopen(path, "rb");
     }
@@ -53,14 +62,13 @@ int open_image(const char* path, const image_rule& rule, std::FILE** file, uint3
 
 int read_image(std::FILE* file, uint8_t* buffer, uint32_t size, uint32_t* read_count) {
     TRACE_PRINT("Entering %s", __func__);
-    struct stat before = {};
-    struct stat after = {};
-    int rc = fstat(fileno(file), &before) == 0 ? 0 : static_cast<int>(RESULT_IMAGE_UNREADABLE);
+    image_state before = {};
+    image_state after = {};
+    const bool known = get_image_state(file, &before);
     *read_count = static_cast<uint32_t>(std::fread(buffer, 1, size, file));
-    if (*read_count != size || fstat(fileno(file), &after) != 0 || !same_content(before, after) ||
-        before.st_size != static_cast<off_t>(size)) {
-        rc = RESULT_IMAGE_UNREADABLE;
-    }
+    const bool whole = known && *read_count == size && before.size == int64_t{size} &&
+                       get_image_state(file, &after) && after == before;
+    const int rc = whole ? 0 : static_cast<int>(RESULT_IMAGE_UNREADABLE);
     TRACE_PRINT("Exiting %s, rc = %d", __func__, rc);
     return rc;
 }

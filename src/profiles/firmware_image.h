@@ -24,6 +24,21 @@ constexpr image_rule image_rule_nvme = {UINT32_MAX, 4};
 constexpr image_rule image_rule_storelib = {255 * download_chunk, 1};
 constexpr image_rule image_rule_any = {UINT32_MAX, 1};
 
+// An image file as it stands, so that a change is seen: two images must not be mixed on a drive.
+struct image_state {
+    int64_t size;  // bytes
+    int64_t seconds;
+    int64_t nanoseconds;
+    bool operator==(const image_state&) const = default;
+};
+
+// Reads the state of an open image. Returns false when it cannot be told.
+bool get_image_state(std::FILE* file, image_state* state);
+
+// Whether `path` is something that must not be read as an image: no regular file (a pipe would be waited
+// for), or the open log. What is not there is not refused.
+bool is_refused_image(const char* path);
+
 // Opens an image for reading and examines it. Returns 0 with the open file, which the caller closes, and its
 // size in bytes; RESULT_IMAGE_LOST when it cannot be opened, RESULT_IMAGE_UNREADABLE when it is empty or no
 // regular file, RESULT_DOWNLOAD_FAILED when its size breaks the rule.

@@ -11,9 +11,10 @@
 #include "common/progress.h"
 #include "common/signals.h"
 #include "common/text.h"
+#include "profiles/firmware_image.h"
 #include "raid/marvell_library.h"
-
 #include "transport/command_results.h"
+
 namespace mirvok {
 
 namespace {
@@ -57,9 +58,9 @@ constexpr size_t pass_sense_size = 32;
 constexpr size_t pass_data = 56;
 constexpr size_t pass_overhead = 64;
 constexpr uint32_t pass_data_limit = 0x10000 - pass_overhead;
-
 // The request has no place for the SCSI status: of a failed one it is known that it was not GOOD.
 constexpr uint8_t status_not_good = 0x02;
+
 constexpr int max_polls = 10;
 
 // What a download status asks for; any other ends the download with 0.
@@ -199,14 +200,14 @@ int scsi_passthru_mv(_pd_info* pd, _scsi_cmd_in* in, _scsi_cmd_out* out) {
         fill_request(request, in);
         const auto pass_through = get_marvell_entry<mv_pass_through_scsi_t>(ENTRY_PASS_THROUGH_SCSI);
         rc = pass_through(get_adapter(pd->ctrl), get_device(pd), request);
-        if (rc != 0) {
         out->refused = rc != 0;
+        if (rc != 0) {
             std::memcpy(out->sense, request + pass_sense, pass_sense_size);
-        } else if (in->direction == IO_DIR_IN && in->data_length > 0) {
             out->unit_attention = is_unit_attention(status_not_good, out->sense);
+        } else if (in->direction == IO_DIR_IN && in->data_length > 0) {
             std::memcpy(in->data, request + pass_data, in->data_length);
-        }
             out->received = count_up_to_zeros(in->data, in->data_length);
+        }
         std::free(request);
     }
     TRACE_PRINT("Exiting %s,rc=%d", __func__, rc);
@@ -241,7 +242,9 @@ int dll_mv_drive_fw_update(uint8_t adapter, uint8_t device, const char* path) {
 int flash_pd_fw_mv(_pd_info* pd, const char* path) {
     TRACE_PRINT("Entering %s", __func__);
     TRACE_PRINT("ctrlid:%d,deviceId:%d", pd->ctrl->ctrl_id, pd->device_id);
-    const int rc = dll_mv_drive_fw_update(get_adapter(pd->ctrl), get_device(pd), path);
+    const int rc = is_refused_image(path)
+                       ? static_cast<int>(RESULT_IMAGE_UNREADABLE)
+                       : dll_mv_drive_fw_update(get_adapter(pd->ctrl), get_device(pd), path);
     TRACE_PRINT("Exiting %s, rc = %d", __func__, rc);
     return rc;
 }

@@ -26,7 +26,7 @@ int scsi_passthru_mv(_pd_info* pd, _scsi_cmd_in* in, _scsi_cmd_out* out);
 
 // Lets the library download the image file at `path` to the drive and waits for the outcome: at most ten
 // looks at its progress, two seconds apart. Returns 0, RESULT_DOWNLOAD_FAILED, RESULT_IMAGE_LOST or
-// RESULT_IMAGE_UNREADABLE (an empty image).
+// RESULT_IMAGE_UNREADABLE (an empty image, no regular file, or the open log).
 int flash_pd_fw_mv(_pd_info* pd, const char* path);
 int dll_mv_drive_fw_update(uint8_t adapter, uint8_t device, const char* path);
 

@@ -1,7 +1,5 @@
 #include "raid/storelib_firmware.h"
 
-#include <sys/stat.h>
-
 #include <algorithm>
 #include <cstring>
 
@@ -12,6 +10,7 @@
 #include "profiles/firmware_image.h"
 #include "raid/storelib_devices.h"
 #include "raid/storelib_library.h"
+#include "transport/command_results.h"
 
 namespace mirvok {
 
@@ -65,15 +64,13 @@ constexpr uint32_t count_chunks(uint32_t image_size) {
     return image_size / download_chunk + (image_size % download_chunk != 0 ? 1 : 0);
 }
 
-// Whether the image is what it was when its download began; two images must not be mixed on a drive.
-bool is_unchanged(std::FILE* file, const struct stat& before) {
-    struct stat now = {};
-    return fstat(fileno(file), &now) == 0 && now.st_size == before.st_size &&
-           now.st_mtim.tv_sec == before.st_mtim.tv_sec && now.st_mtim.tv_nsec == before.st_mtim.tv_nsec;
+bool is_unchanged(std::FILE* file, const image_state& before) {
+    image_state now = {};
+    return get_image_state(file, &now) && now == before;
 }
 
 bool poll_controller(uint32_t ctrl_id, uint16_t ctrl_type) {
-    for (int poll = 0; poll < max_polls; ++poll) {
+    for (int poll = 0; poll < max_polls && held_signal() == 0; ++poll) {
         uint8_t info[ctrl_info_size];
         if (GetCtrlInfo(ctrl_id, ctrl_type, info) != 0) {
             continue;
@@ -87,15 +84,16 @@ bool poll_controller(uint32_t ctrl_id, uint16_t ctrl_type) {
     return false;
 }
 
-// Announces the download until the controller takes the announcement and then allows downloads.
+// Announces the download until the controller takes the announcement and then allows downloads. No download
+// begins, and nothing is waited for, once a signal is held.
 bool await_permission(uint32_t ctrl_id, uint16_t ctrl_type, uint16_t device_id, uint8_t mode,
                       uint32_t image_size) {
-    for (int attempt = 0; attempt < max_attempts; ++attempt) {
+    for (int attempt = 0; attempt < max_attempts && held_signal() == 0; ++attempt) {
         progress_attempt(attempt + 1, max_attempts);
         if (PrepareForPDFWDownload(ctrl_id, ctrl_type, device_id, mode, image_size) != 0) {
             progress_wait(announcement_wait);
         } else if (poll_controller(ctrl_id, ctrl_type)) {
-            return true;
+            return held_signal() == 0;
         }
     }
     return false;
@@ -192,7 +190,8 @@ int fire_pd_info(uint32_t ctrl_id, uint16_t ctrl_type, uint16_t device_id, uint8
 }
 
 int DoPDFWDownload(uint32_t ctrl_id, uint16_t device_id, uint16_t ctrl_type, uint32_t interface,
-                   std::FILE* file, uint32_t length, uint32_t offset, uint8_t mode) {
+                   std::FILE* file, const image_state& before, uint32_t length, uint32_t offset,
+                   uint8_t mode) {
     TRACE_PRINT("Entering %s", __func__);
     int status = status_no_frame;
     if (length <= download_chunk) {
@@ -213,12 +212,16 @@ int DoPDFWDownload(uint32_t ctrl_id, uint16_t device_id, uint16_t ctrl_type, uin
             hexDump("cdb:", cdb, sizeof(cdb));
         }
         status = RESULT_IMAGE_UNREADABLE;
-        if (read_count == length) {
+        if (read_count == length && is_unchanged(file, before)) {
             _SL_LIB_CMD_PARAM_T param = make_storelib_param(storelib_scsi_passthrough, ctrl_id, device_id,
                                                             frame, frame_data + length);
             status = ProcessLibCommandCall(&param, ctrl_type);
+            const uint8_t scsi_status = frame[frame_scsi_status];
+            if (status == 0 && is_refused(scsi_status, frame + frame_sense)) {
+                status = scsi_status != 0 ? scsi_status : 1;
+            }
             if (status != 0) {
-                TRACE_PRINT(" rval: %Xh, Scsi status: 0x%X\n", status, frame[frame_scsi_status]);
+                TRACE_PRINT(" rval: %Xh, Scsi status: 0x%X\n", status, scsi_status);
             }
         }
     }
@@ -229,19 +232,17 @@ int DoPDFWDownload(uint32_t ctrl_id, uint16_t device_id, uint16_t ctrl_type, uin
 int DoPDFWDownload_7(uint32_t ctrl_id, uint16_t device_id, uint16_t ctrl_type, uint32_t interface,
                      std::FILE* file, uint32_t image_size) {
     TRACE_PRINT("Entering %s", __func__);
-    struct stat before = {};
-    int rc = fstat(fileno(file), &before) == 0 && before.st_size == off_t{image_size} ? 0 : 1;
+    image_state before = {};
+    int rc = get_image_state(file, &before) && before.size == int64_t{image_size} ? 0 : 1;
     uint32_t chunk = 1;
     uint32_t block_offset = 0;
     uint32_t offset = 0;
     while (rc == 0 && offset < image_size) {
         const uint32_t length = std::min(download_chunk, image_size - offset);
         TRACE_PRINT("count:%d, dataLength:0x%X, offset:0x%X", chunk, length, offset);
-        const bool sent =
-            is_unchanged(file, before) &&
-            DoPDFWDownload(ctrl_id, device_id, ctrl_type, interface, file, length,
-                           interface == INTERFACE_SATA ? block_offset : offset, download_mode) == 0;
-        rc = sent ? 0 : 1;
+        const int status = DoPDFWDownload(ctrl_id, device_id, ctrl_type, interface, file, before, length,
+                                          interface == INTERFACE_SATA ? block_offset : offset, download_mode);
+        rc = status == 0 ? 0 : 1;
         ++chunk;
         offset += length;
         block_offset += download_chunk / block_size;

@@ -5,6 +5,8 @@
 #include <cstdint>
 #include <cstdio>
 
+#include "profiles/firmware_image.h"
+
 namespace mirvok {
 
 constexpr uint32_t ctrl_info_size = 2384;
@@ -12,7 +14,8 @@ constexpr uint32_t ctrl_info_size = 2384;
 // Downloads the image file at `image_path` to one drive and waits for the drive to settle. Returns 0, 1 when
 // a chunk failed or could not be read whole, RESULT_NO_DRIVE_INFORMATION, RESULT_PROTOCOL_NOT_SUPPORTED,
 // RESULT_IMAGE_LOST, RESULT_IMAGE_UNREADABLE for an empty image, RESULT_DOWNLOAD_FAILED for one whose chunks
-// the announcement cannot count, or RESULT_CONTROLLER_REFUSES.
+// the announcement cannot count, or RESULT_CONTROLLER_REFUSES, also when a signal that
+// ends the run came before the first chunk.
 int FlashPdFW_BRCM(uint32_t ctrl_id, uint16_t ctrl_type, uint16_t device_id, const char* image_path,
                    uint8_t mode);
 
@@ -36,9 +39,12 @@ int DoPDFWDownload_7(uint32_t ctrl_id, uint16_t device_id, uint16_t ctrl_type, u
 
 // Sends the next `length` bytes of `file`, 32 KiB at the most: to SAS and NVMe drives with WRITE BUFFER
 // (SPC-4) at `offset` in bytes, to SATA drives with DOWNLOAD MICROCODE (ACS-3) at `offset` in blocks of 512
-// bytes. Returns the library's status, 0x8015 when there is no frame for so much, or RESULT_IMAGE_UNREADABLE,
-// with nothing sent, when the file holds fewer bytes.
+// bytes. Returns the library's status; where that is 0, the SCSI status of a chunk that the drive refused, or
+// 1 for GOOD beside sense data of an error; 0x8015 when there is no frame for so much;
+// RESULT_IMAGE_UNREADABLE, with nothing sent, when the file holds fewer bytes or is no longer as it was
+// `before`.
 int DoPDFWDownload(uint32_t ctrl_id, uint16_t device_id, uint16_t ctrl_type, uint32_t interface,
-                   std::FILE* file, uint32_t length, uint32_t offset, uint8_t mode);
+                   std::FILE* file, const image_state& before, uint32_t length, uint32_t offset,
+                   uint8_t mode);
 
 }  // namespace mirvok

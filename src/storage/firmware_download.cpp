@@ -73,25 +73,10 @@ void close_drive(_pd_info* pd) {
     pd->handle = 0;
 }
 
-// Whether the sense data tell of an error (SPC-4, 4.5): keys 0h and 1h do not.
-bool is_refused(const _scsi_cmd_out& out) {
-    const uint8_t response = out.sense[0] & 0x7F;
-    const uint8_t key = (response >= 0x72 ? out.sense[1] : out.sense[2]) & 0x0F;
-    return response >= 0x70 && response <= 0x73 && key > 1;
-}
-
-// A SCSI status is no failure of the transport's, but a piece that the drive refuses ends the download: what
-// follows a gap must not reach it.
-int send_piece(_pd_info* pd, _scsi_cmd_in* in) {
-    _scsi_cmd_out out = {};
-    const int rc = send_scsi_command(pd, in, &out);
-    return rc == 0 && is_refused(out) ? 1 : rc;
-}
-
 int write_buffer(_pd_info* pd, uint16_t mode, uint32_t offset, uint8_t* data, uint32_t length) {
     _scsi_cmd_in in = {};
     const int rc = set_scsi_command(pd, SCSI_WRITE_BUFFER, &in, mode, 0, offset, data, length);
-    return rc != 0 ? rc : send_piece(pd, &in);
+    return rc != 0 ? rc : perform_scsi_command(pd, &in);
 }
 
 int download_microcode(_pd_info* pd, uint16_t subcommand, uint32_t block_offset, uint8_t* data,
@@ -104,7 +89,7 @@ int download_microcode(_pd_info* pd, uint16_t subcommand, uint32_t block_offset,
         rc = set_ata_scsi_command(pd, &in, &ata);
     }
     if (rc == 0) {
-        rc = send_piece(pd, &in);
+        rc = perform_scsi_command(pd, &in);
     }
     if (rc != 0) {
         TRACE_PRINT("flash command fail: rc=%d", rc);
@@ -136,6 +121,11 @@ int load_image(std::FILE* file, uint32_t size, uint8_t** image) {
     return rc;
 }
 
+// No download begins once a signal came that ends the run.
+bool may_begin() {
+    return held_signal() == 0;
+}
+
 int flash_host_pd(_pd_info* pd, const char* path, uint16_t wait_time) {
     std::FILE* file = nullptr;
     uint32_t size = 0;
@@ -146,7 +136,9 @@ int flash_host_pd(_pd_info* pd, const char* path, uint16_t wait_time) {
     uint8_t* image = nullptr;
     rc = load_image(file, size, &image);
     std::fclose(file);
-    if (rc == 0 && download_image(pd, image, size) != 0) {
+    if (rc == 0 && !may_begin()) {
+        rc = RESULT_CONTROLLER_REFUSES;
+    } else if (rc == 0 && download_image(pd, image, size) != 0) {
         rc = RESULT_DOWNLOAD_FAILED;
     }
     std::free(image);
@@ -157,6 +149,19 @@ int flash_host_pd(_pd_info* pd, const char* path, uint16_t wait_time) {
     return rc;
 }
 
+int download(_pd_info* pd, const char* path, uint16_t wait_time) {
+    const _ctrl_info* ctrl = pd->ctrl;
+    switch (ctrl->vendor) {
+        case VENDOR_MV:
+            return flash_pd_fw_mv(pd, path);
+        case VENDOR_AVAGO:
+            return FlashPdFW_BRCM(ctrl->ctrl_id, static_cast<uint16_t>(ctrl->type), pd->device_id, path,
+                                  write_buffer_offsets);
+        default:
+            return flash_host_pd(pd, path, wait_time);
+    }
+}
+
 }  // namespace
 
 int flash_pd_fw(_pd_info* pd, profile_record* record) {
@@ -164,19 +169,9 @@ int flash_pd_fw(_pd_info* pd, profile_record* record) {
     const image_path path = make_image_path(record);
     TRACE_PRINT("filename:%s", image_directory);
     TRACE_PRINT("filename:%s", path.text);
-    const _ctrl_info* ctrl = pd->ctrl;
-    int rc = 0;
-    switch (ctrl->vendor) {
-        case VENDOR_MV:
-            rc = flash_pd_fw_mv(pd, path.text);
-            break;
-        case VENDOR_AVAGO:
-            rc = FlashPdFW_BRCM(ctrl->ctrl_id, static_cast<uint16_t>(ctrl->type), pd->device_id, path.text,
-                                write_buffer_offsets);
-            break;
-        default:
-            rc = flash_host_pd(pd, path.text, record->wait_time);
-            break;
+    int rc = RESULT_CONTROLLER_REFUSES;
+    if (may_begin()) {
+        rc = download(pd, path.text, record->wait_time);
     }
     TRACE_PRINT("Exiting %s, rc = %d", __func__, rc);
     return rc;

@@ -10,7 +10,8 @@
 namespace mirvok {
 
 // Downloads the record's image, files/<image_name>, to the drive, and waits the record's time after a
-// download of its own. Returns 0 or a result code; nothing is retried, and nothing is sent of an image that
+// download of its own. Returns 0 or a result code, RESULT_CONTROLLER_REFUSES when a signal that ends the run
+// came before the first byte; nothing is retried, and nothing is sent of an image that
 // cannot be sent whole.
 int flash_pd_fw(_pd_info* pd, profile_record* record);
 

@@ -1,16 +1,12 @@
-// What a download sends, command by command, and when it stops: ioctl is played here, /dev/null is the
-// drive's node.
+// What a download sends, command by command, and when it stops.
 #include "storage/firmware_download.h"
 
-#include <linux/nvme_ioctl.h>
-#include <scsi/sg.h>
-#include <sys/ioctl.h>
-
 #include <cerrno>
-#include <cstdarg>
+#include <csignal>
 #include <cstring>
 
-#include "support/records.h"
+#include "common/signals.h"
+#include "support/drive_node.h"
 #include "transport/host_device.h"
 
 using namespace mirvok;
@@ -24,35 +20,32 @@ struct sent_command {
 };
 
 std::vector<sent_command> sent;
-size_t failing = SIZE_MAX;  // the command that fails, counted from 0
 
-}  // namespace
+// Takes every command but the one of the number `failing`, counted from 0, which gets `refusal`.
+int (*refuse)(sg_io_hdr*) = nullptr;
+size_t failing = SIZE_MAX;
 
-extern "C" int ioctl(int /*descriptor*/, unsigned long request, ...) noexcept {
-    va_list arguments;
-    va_start(arguments, request);
-    const void* argument = va_arg(arguments, const void*);
-    va_end(arguments);
-    if (request == NVME_IOCTL_ADMIN_CMD) {
-        const auto* command = static_cast<const nvme_admin_cmd*>(argument);
-        const auto* data = reinterpret_cast<const uint8_t*>(command->addr);
-        EXPECT_EQ(command->addr % 4096, 0U);
-        sent.push_back({{command->opcode}, {data, data + command->data_len}});
-        return 0;
-    }
-    const auto* header = static_cast<const sg_io_hdr*>(argument);
-    EXPECT_EQ(request, static_cast<unsigned long>(SG_IO));
+int take_scsi(sg_io_hdr* header) {
     EXPECT_EQ(header->interface_id, 'S');
     EXPECT_EQ(header->dxfer_direction, SG_DXFER_TO_DEV);
     EXPECT_EQ(header->mx_sb_len, 64);
     EXPECT_EQ(header->timeout, 0U);
     const auto* data = static_cast<const uint8_t*>(header->dxferp);
     sent.push_back({{header->cmdp, header->cmdp + header->cmd_len}, {data, data + header->dxfer_len}});
-    errno = EIO;
-    return sent.size() - 1 == failing ? -1 : 0;
+    return sent.size() - 1 == failing ? refuse(header) : 0;
 }
 
-namespace {
+int take_nvme(nvme_admin_cmd* command) {
+    const auto* data = reinterpret_cast<const uint8_t*>(command->addr);
+    EXPECT_EQ(command->addr % 4096, 0U);
+    sent.push_back({{command->opcode}, {data, data + command->data_len}});
+    return 0;
+}
+
+int fail(sg_io_hdr* /*header*/) {
+    errno = EIO;
+    return -1;
+}
 
 struct download_row {
     const char* name;
@@ -84,11 +77,10 @@ bytes microcode(uint8_t subcommand, uint8_t blocks, uint8_t blocks_high, uint8_t
 }
 
 void run(const download_row& row, bool sas) {
-    _ctrl_info ctrl = {};
-    ctrl.vendor = VENDOR_HOST;
-    _pd_info pd = {};
-    pd.ctrl = &ctrl;
-    std::strcpy(pd.dev_name, "/dev/null");
+    played_drive drive(VENDOR_HOST, PD_PROTOCOL_UNKNOWN);
+    _pd_info& pd = drive.pd;
+    answers = {take_scsi, nullptr};
+    refuse = fail;
     bytes image(row.size);
     for (size_t i = 0; i < image.size(); ++i) {
         image[i] = static_cast<uint8_t>(i * 7 + i / 256);
@@ -161,11 +153,62 @@ TEST(FirmwareDownload, DownloadMicrocode) {
     }
 }
 
+// The second of three pieces; what is taken is followed by the third.
+TEST(FirmwareDownload, EndsWithThePieceThatWasNotTaken) {
+    struct {
+        int (*answer)(sg_io_hdr*);
+        bool taken;
+    } const rows[] = {
+        {fail, false},
+        {[](sg_io_hdr* h) { return h->host_status = 3, 0; }, false},
+        {[](sg_io_hdr* h) { return h->status = 0x08, 0; }, false},
+        {[](sg_io_hdr* h) { return h->status = 0x40, 0; }, false},
+        {[](sg_io_hdr* h) { return h->driver_status = 8, 0; }, true},
+        {[](sg_io_hdr* h) { return h->status = 2, h->sbp[0] = 0x70, h->sbp[2] = 0, 0; }, true},
+        {[](sg_io_hdr* h) { return h->status = 2, h->sbp[0] = 0x70, h->sbp[2] = 0x21, 0; }, true},
+        {[](sg_io_hdr* h) { return h->status = 2, h->sbp[0] = 0xF0, h->sbp[2] = 2, 0; }, false},
+        {[](sg_io_hdr* h) { return h->status = 2, h->sbp[0] = 0x72, h->sbp[1] = 1, h->sbp[2] = 6, 0; }, true},
+        {[](sg_io_hdr* h) { return h->status = 2, h->sbp[0] = 0x72, h->sbp[1] = 6, 0; }, false},
+        {[](sg_io_hdr* h) { return h->status = 0, h->sbp[0] = 0x72, h->sbp[1] = 6, 0; }, false},
+        {[](sg_io_hdr* h) { return h->status = 0, h->sbp[0] = 0x73, h->sbp[1] = 1, 0; }, true},
+        {[](sg_io_hdr* h) { return h->status = 0, h->sbp[0] = 0x74, h->sbp[1] = 6, 0; }, true},
+    };
+    uint8_t image[65537] = {};
+    answers = {take_scsi, nullptr};
+    failing = 1;
+    for (const auto& row : rows) {
+        for (const bool sas : {false, true}) {
+            played_drive drive(VENDOR_HOST, PD_PROTOCOL_SATA);
+            sent.clear();
+            refuse = row.answer;
+            const int rc = sas ? flash_disk_fw_sas(&drive.pd, image, sizeof(image), 7, 32768)
+                               : flash_disk_fw_ata(&drive.pd, image, sizeof(image), 3, 32768);
+            EXPECT_EQ(rc == 0, row.taken) << &row - rows;
+            EXPECT_EQ(sent.size(), row.taken ? 3U : 2U) << &row - rows;
+        }
+    }
+}
+
+TEST(FirmwareDownload, DoesNotBeginAfterASignal) {
+    answers = {take_scsi, take_nvme};
+    sent.clear();
+    hold_signals();
+    raise(SIGTERM);
+    profile_record record = {};
+    for (const uint32_t vendor : {VENDOR_HOST, VENDOR_AVAGO, VENDOR_MV, VENDOR_NVME}) {
+        played_drive drive(vendor, PD_PROTOCOL_SATA);
+        EXPECT_EQ(flash_pd_fw(&drive.pd, &record), int{RESULT_CONTROLLER_REFUSES});
+    }
+    EXPECT_TRUE(sent.empty());
+    std::signal(SIGTERM, SIG_IGN);  // still held when the process ends
+}
+
 TEST(FirmwareDownload, AnNvmeImageTravelsFromPageBoundaries) {
     alignas(4096) static uint8_t room[8192];
     for (size_t i = 0; i < sizeof(room); ++i) {
         room[i] = static_cast<uint8_t>(i * 7 + i / 256);
     }
+    answers = {nullptr, take_nvme};
     for (const uint8_t* image : {room, room + 4, room + 2048}) {
         sent.clear();
         EXPECT_EQ(nvme_update_fw(3, image, 6000), 0);
@@ -177,6 +220,7 @@ TEST(FirmwareDownload, AnNvmeImageTravelsFromPageBoundaries) {
 
 TEST(FirmwareDownload, WithoutAHandleNothingIsSent) {
     sent.clear();
+    answers = {take_scsi, take_nvme};
     uint8_t data[8] = {};
     _scsi_cmd_in scsi = {};
     _scsi_cmd_out out = {};
