@@ -87,6 +87,7 @@ void init_storage_lib(_storage_lib* lib) {
     init_host(lib);
     init_nvme(lib);
     get_pd_list(lib);
+    report_unopened_nodes();
     TRACE_PRINT("Exiting %s", __func__);
 }
 

@@ -38,6 +38,20 @@ int transfer_direction(io_direction_t direction) {
     }
 }
 
+// 0 is no handle, and what is written to the standard streams must not reach a drive, whoever closed them: a
+// descriptor of theirs is exchanged. Returns 0 when none is free.
+uint32_t to_handle(int descriptor) {
+    constexpr int first = STDERR_FILENO + 1;
+    if (descriptor >= first) {
+        return static_cast<uint32_t>(descriptor);
+    }
+    const int exchanged = fcntl(descriptor, F_DUPFD_CLOEXEC, first);
+    const int reason = errno;
+    close(descriptor);
+    errno = reason;
+    return exchanged < 0 ? 0 : static_cast<uint32_t>(exchanged);
+}
+
 // Descriptor 0 is no drive's: without a handle the request fails as on a closed descriptor.
 int device_ioctl(uint32_t handle, unsigned long request, void* argument) {
     if (handle == 0) {
@@ -60,6 +74,7 @@ uint32_t count_received(const sg_io_hdr& header) {
         missing > header.dxfer_len) {
         return 0;
     }
+    return header.dxfer_len - missing;
 }
 
 void print_admin_cmd(const nvme_admin_cmd* command) {
@@ -74,7 +89,6 @@ void print_admin_cmd(const nvme_admin_cmd* command) {
     TRACE_PRINT("addr: %llX", static_cast<unsigned long long>(command->addr));
     TRACE_PRINT("metadata_len: %d", static_cast<int>(command->metadata_len));
     TRACE_PRINT("data_len: %d", static_cast<int>(command->data_len));
-    return header.dxfer_len - missing;
     TRACE_PRINT("cdw10: %d", static_cast<int>(command->cdw10));
     TRACE_PRINT("cdw11: %d", static_cast<int>(command->cdw11));
     TRACE_PRINT("cdw12: %d", static_cast<int>(command->cdw12));
@@ -167,14 +181,14 @@ int send_and_commit(uint32_t handle, const uint8_t* image, uint32_t size) {
 
 uint32_t get_handle(const char* name) {
     TRACE_PRINT("Entering %s, dev_name:%s", __func__, name);
-    const int descriptor = open(name, O_RDWR);
-    uint32_t handle = 0;
+    const int descriptor = open(name, O_RDWR | O_CLOEXEC);
+    const uint32_t handle = descriptor < 0 ? 0 : to_handle(descriptor);
+    const int reason = errno;
     if (descriptor < 0) {
         TRACE_PRINT("open device %s fail,return:0x%X", name, static_cast<unsigned int>(descriptor));
-    } else {
-        handle = static_cast<uint32_t>(descriptor);
     }
     TRACE_PRINT("Exiting %s, rc = %d, handle = %d", __func__, static_cast<int>(handle), descriptor);
+    errno = reason;
     return handle;
 }
 
@@ -209,6 +223,8 @@ int scsi_command_host(uint32_t handle, _scsi_cmd_in* in, _scsi_cmd_out* out) {
         out->received = rc == 0 ? count_received(header) : 0;
         std::memset(static_cast<uint8_t*>(in->data) + out->received, 0, in->data_length - out->received);
     }
+    out->refused = rc != 0 || header.host_status != 0 || is_refused(header.status, out->sense);
+    out->unit_attention = is_unit_attention(header.status, out->sense);
     TRACE_PRINT(
         "status:%d, masked status:%d,msg_status:%d,host_status:%d,driver_status:%d, info:%d, duration:%d",
         header.status, header.masked_status, header.msg_status, header.host_status, header.driver_status,
@@ -221,8 +237,6 @@ int nvme_command_host(uint32_t handle, uint16_t /*code*/, _nvme_cmd_in* in, _nvm
     TRACE_PRINT("Entering %s -- linux ,fd= %d", __func__, static_cast<int>(handle));
     if (in->buffer_size > 0) {
         std::memset(in->buffer, 0, in->buffer_size);
-    out->refused = rc != 0 || header.host_status != 0 || is_refused(header.status, out->sense);
-    out->unit_attention = is_unit_attention(header.status, out->sense);
     }
     nvme_admin_cmd command = {};
     command.opcode = static_cast<uint8_t>(in->opcode);

@@ -9,7 +9,8 @@
 namespace mirvok {
 
 // Opens a device node for reading and writing. Returns its descriptor, which the caller closes with
-// close_handle, or 0 when it cannot be opened.
+// close_handle, or 0 with the reason in errno when it cannot be opened. A handle is never a standard stream's
+// descriptor.
 uint32_t get_handle(const char* name);
 
 // Closes a handle; 0 is ignored.

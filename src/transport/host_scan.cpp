@@ -1,14 +1,16 @@
 #include "transport/host_scan.h"
 
+#include <cerrno>
 #include <charconv>
+#include <cstdio>
 #include <cstring>
 #include <iterator>
 
 #include "common/diagnostics.h"
 #include "common/text.h"
+#include "transport/command_results.h"
 #include "transport/host_device.h"
 #include "transport/routing.h"
-#include "transport/command_results.h"
 #include "transport/scsi_ata_data.h"
 
 namespace mirvok {
@@ -18,6 +20,24 @@ namespace {
 // The virtual disk that a boot adapter makes of its M.2 drives: the drives themselves are listed behind the
 // adapter.
 constexpr char virtual_disk_product[] = "Brackenfold M.2";
+
+// Nodes that are there and did not open, and the reason of the first one.
+struct unopened_nodes {
+    uint32_t count;
+    int error;
+};
+unopened_nodes unopened = {};
+
+// Opens a node for its listing. A node that is not there, or whose device is gone, is nothing to speak of.
+uint32_t open_node(const char* name) {
+    const uint32_t handle = get_handle(name);
+    const int error = errno;
+    if (handle == 0 && error != ENOENT && error != ENODEV && error != ENXIO) {
+        unopened.error = unopened.count == 0 ? error : unopened.error;
+        ++unopened.count;
+    }
+    return handle;
+}
 
 void name_node(_pd_info* pd, const char* prefix, uint32_t index) {
     copy_text(pd->dev_name, prefix);
@@ -68,7 +88,7 @@ int get_pd_list_host(_ctrl_info* ctrl, _pd_info* pd, uint32_t max) {
     for (uint32_t i = 0; i < max; ++i) {
         *pd = {};
         name_node(pd, "/dev/sg", i);
-        pd->handle = get_handle(pd->dev_name);
+        pd->handle = open_node(pd->dev_name);
         bool listed = false;
         if (pd->handle != 0) {
             pd->ctrl = ctrl;
@@ -92,7 +112,7 @@ int get_pd_list_nvme(_ctrl_info* ctrl, _pd_info* pd, uint32_t max) {
     TRACE_PRINT("Entering %s", __func__);
     for (uint32_t i = 0; i < max; ++i) {
         name_node(pd, "/dev/nvme", i);
-        const uint32_t handle = get_handle(pd->dev_name);
+        const uint32_t handle = open_node(pd->dev_name);
         if (handle == 0) {
             *pd = {};
             continue;
@@ -110,6 +130,14 @@ int get_pd_list_csmi(_ctrl_info* /*ctrl*/, _pd_info* /*pd*/, uint32_t /*max*/) {
     TRACE_PRINT("Entering %s", __func__);
     TRACE_PRINT("Exiting %s, rc = %d", __func__, 0);
     return 0;
+}
+
+void report_unopened_nodes() {
+    if (unopened.count > 0) {
+        std::fprintf(stderr, "mirvok: %u %s cannot be opened: %s\n", unopened.count,
+                     unopened.count == 1 ? "node" : "nodes", std::strerror(unopened.error));
+    }
+    unopened = {};
 }
 
 }  // namespace mirvok

@@ -16,4 +16,8 @@ int get_pd_list_nvme(_ctrl_info* ctrl, _pd_info* pd, uint32_t max);
 // Lists nothing and changes nothing. Returns 0.
 int get_pd_list_csmi(_ctrl_info* ctrl, _pd_info* pd, uint32_t max);
 
+// Says on standard error how many nodes the listings since the last call found and could not open, and why;
+// nothing when there were none.
+void report_unopened_nodes();
+
 }  // namespace mirvok
