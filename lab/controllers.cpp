@@ -1,6 +1,23 @@
 #include "controllers.h"
 
+#include <pthread.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <csignal>
+#include <cstdlib>
+
 namespace mirvok::lab {
+
+namespace {
+
+bool does(const std::string& file, const char* deed) {
+    const json options = the_machine().description.value("libraries", json::object());
+    const json deeds = options.value(file, json::object()).value("does", json::array());
+    return std::ranges::find(deeds, deed) != deeds.end();
+}
+
+}  // namespace
 
 const std::vector<json>& controllers_of(const std::string& type) {
     static auto* const all = [] {
@@ -32,6 +49,28 @@ request_fault request_fault_of(const std::string& library, const std::string& co
     }
     const auto status = static_cast<uint32_t>(std::stoul(answer.substr(colon + 1), nullptr, 0));
     return answer.starts_with("after:") ? request_fault{0, status, ""} : request_fault{status, 0, ""};
+}
+
+void begin_life(const std::string& file, void* (*life)(void*)) {
+    for (int descriptor = 0; descriptor <= 2 && does(file, "close-standard"); ++descriptor) {
+        close(descriptor);
+    }
+    if (does(file, "unblock")) {
+        sigset_t none;
+        sigemptyset(&none);
+        sigprocmask(SIG_SETMASK, &none, nullptr);
+    }
+    pthread_t thread{};
+    if (does(file, "thread") && pthread_create(&thread, nullptr, life, nullptr) == 0) {
+        pthread_detach(thread);
+    }
+}
+
+void end_life(const std::string& file) {
+    if (does(file, "crash")) {
+        journal(file + " crashes");
+        std::abort();
+    }
 }
 
 bool demand(bool holds, const std::string& request, const std::string& what) {

@@ -27,6 +27,11 @@ struct request_fault {
 };
 request_fault request_fault_of(const std::string& library, const std::string& command);
 
+// What the machine file lets a library do beyond answering, when it is initialised (`life` is what its thread
+// runs) and when it is asked to exit.
+void begin_life(const std::string& file, void* (*life)(void*));
+void end_life(const std::string& file);
+
 // Journals what a real library would choke on, unless `holds`; returns `holds`.
 bool demand(bool holds, const std::string& request, const std::string& what);
 

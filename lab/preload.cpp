@@ -316,7 +316,8 @@ void* dlopen(const char* path, int mode) noexcept {
     if (!is_library(path)) {
         return handle;
     }
-    journal(std::string("dlopen ") + path + (mode == RTLD_LAZY ? "" : " mode=" + std::to_string(mode)) +
+    constexpr int usual = RTLD_LAZY | RTLD_NODELETE;
+    journal(std::string("dlopen ") + path + (mode == usual ? "" : " mode=" + std::to_string(mode)) +
             (handle != nullptr ? " = ok" : " = none"));
     if (handle == nullptr) {
         return next(path, mode);  // once more for dlerror, which the journal's own look-ups have cleared

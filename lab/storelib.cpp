@@ -30,12 +30,16 @@ constexpr size_t frame_length = 60;
 
 struct library {
     const char* name;
+    const char* file;
     bool initialised;
 };
 
 library& library_of(uint32_t type) {
-    static library libraries[] = {
-        {"MR", false}, {"IR", false}, {"IR2", false}, {"IR3", false}, {"IT", false}};
+    static library libraries[] = {{"MR", "storelib.so", false},
+                                  {"IR", "storelibir.so", false},
+                                  {"IR2", "storelibir-2.so", false},
+                                  {"IR3", "storelibir-3.so", false},
+                                  {"IT", "storelibit.so", false}};
     return libraries[type - 2];
 }
 
@@ -58,7 +62,8 @@ struct request {
     std::string title;  // "storelib MR pd-info"
     uint32_t controller, device, size;
     void* user;
-    bytes buffer;  // the program's, read and later written back
+    void* (*life)(void*);  // of a thread of the library's
+    bytes buffer;          // the program's, read and later written back
     json controller_self;
     uint32_t afterwards;  // the status after an answer that went well
     std::string spoiled;  // what a fault makes of the buffer that goes back
@@ -69,11 +74,13 @@ using handler = uint32_t (*)(request&);
 
 uint32_t answer_init(request& r) {
     r.lib->initialised = true;
+    begin_life(r.lib->file, r.life);
     return 0;
 }
 
 uint32_t answer_exit(request& r) {
     r.lib->initialised = false;
+    end_life(r.lib->file);
     return 0;
 }
 
@@ -310,10 +317,11 @@ uint32_t answer(const request_row& row, request& r) {
 using namespace mirvok::lab;
 
 // The entry of the library that serves controller type 2 to 6.
-extern "C" uint32_t mirvok_lab_storelib(uint32_t type, const void* parameter) {
+extern "C" uint32_t mirvok_lab_storelib(uint32_t type, const void* parameter, void* (*life)(void*)) {
     bytes record(record_size);
     request r{};
     r.lib = &library_of(type);
+    r.life = life;
     r.title = std::string("storelib ") + r.lib->name;
     if (!demand(copy_in(record.data(), parameter, record_size), r.title, "record out of reach")) {
         return status_invalid;

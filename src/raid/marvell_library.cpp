@@ -2,6 +2,7 @@
 
 #include <dlfcn.h>
 
+#include <csignal>
 #include <cstddef>
 #include <iterator>
 
@@ -68,7 +69,10 @@ int load_and_initialise() {
 
 int load_dlls_mv() {
     TRACE_PRINT("Entering %s", __func__);
+    sigset_t mask;
+    begin_library_start(&mask);
     const int rc = load_and_initialise();
+    end_library_start(&mask);
     TRACE_PRINT("Exiting %s, rc = %d", __func__, rc);
     return rc;
 }

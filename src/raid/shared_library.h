@@ -1,10 +1,20 @@
 // Closed libraries are found where the loader looks, or else in the working directory.
 #pragma once
 
+#include <csignal>
+
 namespace mirvok {
 
-// Opens `name` with lazy binding, else "./" and `name`. Returns the handle, which the caller gives to
-// dlclose, or null; dlerror then tells why the second name failed.
+// Opens `name` with lazy binding, else "./" and `name`; the second only where nobody but root and the
+// effective user can have put it there, and the first not either while LD_LIBRARY_PATH leads to the working
+// directory. Returns the handle, which the caller gives to dlclose, or null; dlerror then tells why the last
+// name failed. The library's code stays in memory until the process ends: it may have threads.
 void* open_library(const char* name);
+
+// Between these libraries are loaded and initialised: with every signal blocked but those that a fault
+// raises, so that no thread of theirs takes a signal that is the program's. The end restores the mask that
+// stood in *mask, whatever the libraries made of it, and opens the standard descriptors that they closed.
+void begin_library_start(sigset_t* mask);
+void end_library_start(const sigset_t* mask);
 
 }  // namespace mirvok

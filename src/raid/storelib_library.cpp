@@ -2,6 +2,7 @@
 
 #include <dlfcn.h>
 
+#include <csignal>
 #include <cstdio>
 
 #include "common/diagnostics.h"
@@ -26,18 +27,19 @@ struct library_binding {
     ctrl_type_t type;
     uint32_t init_size;  // bytes of the init request's buffer
     void* handle;
-    storelib_entry entry;
+    storelib_entry found_entry;  // of the open library; takes the exit request even after a failed init
+    storelib_entry entry;        // takes requests; null before and after a failed init
 };
 
 constexpr uint32_t max_init_size = 260;
 
 // In the order of the library table.
 library_binding bindings[storelib_library_count] = {
-    {"ProcessLibCommand", CTRL_TYPE_MR, max_init_size, nullptr, nullptr},
-    {"ProcessLibCommandIR2", CTRL_TYPE_IR2, max_init_size, nullptr, nullptr},
-    {"ProcessLibCommandIR3", CTRL_TYPE_IR3, max_init_size, nullptr, nullptr},
-    {"ProcessLibCommandIR", CTRL_TYPE_IR, 68, nullptr, nullptr},
-    {"ProcessLibCommandIT", CTRL_TYPE_IT, max_init_size, nullptr, nullptr},
+    {"ProcessLibCommand", CTRL_TYPE_MR, max_init_size, nullptr, nullptr, nullptr},
+    {"ProcessLibCommandIR2", CTRL_TYPE_IR2, max_init_size, nullptr, nullptr, nullptr},
+    {"ProcessLibCommandIR3", CTRL_TYPE_IR3, max_init_size, nullptr, nullptr, nullptr},
+    {"ProcessLibCommandIR", CTRL_TYPE_IR, 68, nullptr, nullptr, nullptr},
+    {"ProcessLibCommandIT", CTRL_TYPE_IT, max_init_size, nullptr, nullptr, nullptr},
 };
 
 // Positions in both tables.
@@ -52,21 +54,26 @@ constexpr size_t version_first_text = 7;
 void close_binding(library_binding* binding) {
     dlclose(binding->handle);
     binding->handle = nullptr;
+    binding->found_entry = nullptr;
     binding->entry = nullptr;
 }
 
-// Whether the opened library has its entry and accepts the init request.
+// Whether the opened library has its entry and accepts the init request. One that does not accept it stays
+// open, and is asked nothing but to exit.
 bool start_library(library_binding* binding, const char* name) {
-    binding->entry = reinterpret_cast<storelib_entry>(dlsym(binding->handle, binding->entry_name));
-    if (binding->entry == nullptr) {
+    binding->found_entry = reinterpret_cast<storelib_entry>(dlsym(binding->handle, binding->entry_name));
+    if (binding->found_entry == nullptr) {
         TRACE_PRINT("error: no %s in %s", binding->entry_name, name);
+        close_binding(binding);
         return false;
     }
+    binding->entry = binding->found_entry;
     uint8_t buffer[max_init_size] = {};
     _SL_LIB_CMD_PARAM_T param = make_storelib_param(storelib_init, 0, 0, buffer, binding->init_size);
     const int status = ProcessLibCommandCall(&param, binding->type);
     if (status != 0) {
         TRACE_PRINT("init of %s failed, status: %d", name, status);
+        binding->entry = nullptr;
     }
     return status == 0;
 }
@@ -93,6 +100,8 @@ int ProcessLibCommandCall(_SL_LIB_CMD_PARAM_T* param, uint32_t type) {
 
 void load_dlls_avago(lib_info_entry* lib_info) {
     TRACE_PRINT("Entering %s", __func__);
+    sigset_t mask;
+    begin_library_start(&mask);
     for (const position_t position : load_order) {
         lib_info_entry* entry = &lib_info[position];
         *entry = {"", entry->name, 0, entry->type, 0};
@@ -104,10 +113,9 @@ void load_dlls_avago(lib_info_entry* lib_info) {
             TRACE_PRINT("%s", reason != nullptr ? reason : entry->name);
         } else if (start_library(binding, entry->name)) {
             entry->loaded = 1;
-        } else {
-            close_binding(binding);
         }
     }
+    end_library_start(&mask);
     TRACE_PRINT("Exiting %s", __func__);
 }
 
@@ -135,6 +143,7 @@ void unload_avago_dlls(uint32_t type) {
         library_binding* binding = &bindings[position];
         if ((type == 0 || type == binding->type) && binding->handle != nullptr) {
             _SL_LIB_CMD_PARAM_T param = make_storelib_param(storelib_exit, 0, 0, nullptr, 0);
+            binding->entry = binding->found_entry;
             ProcessLibCommandCall(&param, binding->type);
             close_binding(binding);
         }
