@@ -72,7 +72,8 @@ def test_dump_refuses_malformed_files(tmp_path, kind, data, complaint):
 
 @pytest.mark.parametrize("kind, names, good, bad, findings", [
     ("flash", "part_number product_id fw_level image_name", ("AB", "V", "G1", "full"),
-     [("ABC", "W", "G2", "full"), ("AB", "V", "G10", "hollow"), ("ABD", "VX", "", "none"), (" N", "", "2\n", "")],
+     [("ABC", "W", "G2", "full"), ("AB", "V", "G10", "hollow"), ("ABD", "VX", "", "none"), (" N", "", "2\n", ""),
+      ("X", "Harrier 1800    ", "L7SB", "full"), ("Y", "Q" * 21, "123456789", "../full"), ("Z", "R" * 16 + " ", "1", "a/..")],
      """2: part_number: is never reached: record 1 with "AB" comes first
 2: fw_level: "G2" differs from "G1" of record 1 with the same image_name\n3: part_number: repeats the model of record 1
 3: fw_level: "G10" is not as long as "G1" of record 1 with the same product_id
@@ -81,16 +82,25 @@ def test_dump_refuses_malformed_files(tmp_path, kind, data, complaint):
 4: fw_level: is empty, no drive is lower\n4: image_name: "none" is no file in files
 5: part_number: " N" has a blank at an end, the texts of drives have none
 5: product_id: is empty and takes every drive that is looked up by it
-5: fw_level: "2\\n" has a blank at an end, the texts of drives have none\n5: image_name: is empty"""),
+5: fw_level: "2\\n" has a blank at an end, the texts of drives have none\n5: image_name: is empty
+6: fw_level: "L7SB" differs from "G1" of record 1 with the same image_name
+7: product_id: "QQQQQQQQQQQQQQQQQQQQQ" is longer than the 20 characters that a drive reports
+7: fw_level: "123456789" is longer than the 8 characters that a drive can report
+7: image_name: "../full" leads out of files
+8: product_id: "RRRRRRRRRRRRRRRR " has a blank at an end, the texts of drives have none
+8: image_name: "a/.." leads out of files"""),
     ("smart", "part_number product_id life_attr_id temp_attr_id written_attr_id drive_type smart_type life_threshold "
      "warranty_gb spec_max_temp", ("A", "P", 1, 2, 255, 27, 0, 1, 0xfffffffe, 1),
-     [("B", "Q", 1, 1, 256, 2, 4, 0, 0xffffffff, 255), ("C", "R", 0, 0, 0, 22, 4, 101, 0, 0)],
+     [("B", "Q", 1, 1, 256, 2, 4, 0, 0xffffffff, 255), ("C", "R", 0, 0, 0, 22, 4, 101, 0, 0),
+      ("D", "S ", 1, 2, 3, 1, 2, 1, 1, 1), ("E", "T" * 17, 1, 2, 3, 1, 2, 1, 1, 1), ("F", "U ", 1, 2, 3, 1, 0, 1, 1, 1)],
      """2: drive_type: 2 is unknown, bytes written are neither shown nor judged
 2: smart_type: 4 is an unknown layout, nothing is found on a SAS drive
 2: temp_attr_id: 1 is already taken by life_attr_id\n2: written_attr_id: 256 is the id of no attribute
 2: life_threshold: 0 never trips\n2: warranty_gb: 4294967295 never trips\n2: spec_max_temp: 255 never trips
 3: life_threshold: 101 trips on every drive\n3: warranty_gb: 0 trips at the first gigabyte
-3: spec_max_temp: 0 trips on every drive"""),
+3: spec_max_temp: 0 trips on every drive
+5: product_id: "TTTTTTTTTTTTTTTTT" is longer than the 16 characters that a SAS drive reports
+6: product_id: "U " has a blank at an end, the texts of drives have none"""),
     ("sizes", "capacity size", (5, 1), [(1 << 32 | 5, 1), (5, 0), (0, 65535)], """3: capacity: 5 repeats record 1
 3: size: 0 leaves the size unknown\n4: capacity: 0 is no drive's capacity""")])
 def test_check_names_what_will_not_work(tmp_path, kind, names, good, bad, findings):

@@ -65,15 +65,47 @@ void check_text_ends(findings_of& found, size_t index, const char* field) {
     }
 }
 
+constexpr uint64_t nvme_drive_types[] = {22, 25, 26};
+constexpr uint64_t sas_layouts[] = {1, 2, 3, 5};
+
+bool holds(std::span<const uint64_t> numbers, uint64_t number) {
+    return std::find(numbers.begin(), numbers.end(), number) != numbers.end();
+}
+
+// SPC-4 gives the product identification 16 bytes, which are compared as they come, padding included; the
+// model texts of other drives have 20 characters here, trimmed. A flash profile does not tell which drive it
+// is.
+void check_product(findings_of& found, size_t index) {
+    constexpr size_t sas_width = 16;
+    constexpr size_t model_width = 20;
+    const record_set& set = found.set;
+    const std::string text = text_of(set, index, "product_id");
+    const bool any = std::string_view(set.kind->name) == "flash";
+    const bool sas = !any && holds(sas_layouts, number_of(set, index, "smart_type")) &&
+                     !holds(nvme_drive_types, number_of(set, index, "drive_type"));
+    const size_t width = sas ? sas_width : model_width;
+    if (text.size() > width) {
+        report(found, index, "product_id",
+               quote(text) + " is longer than the " + std::to_string(width) + " characters that a " +
+                   (sas ? "SAS drive" : "drive") + " reports");
+    }
+    if (!(any || sas) || text.size() > sas_width || text.front() == ' ' || text.back() == '\n') {
+        check_text_ends(found, index, "product_id");
+    }
+}
+
 void check_models(findings_of& found) {
     const record_set& set = found.set;
     const std::vector<size_t> by_part = taken_by(set, "part_number");
     const std::vector<size_t> by_product = taken_by(set, "product_id");
     for (size_t i = 0; i < record_count(set); ++i) {
         for (const char* field : {"part_number", "product_id"}) {
-            check_text_ends(found, i, field);
             if (text_of(set, i, field).empty()) {
                 report(found, i, field, "is empty and takes every drive that is looked up by it");
+            } else if (field == std::string_view("product_id")) {
+                check_product(found, i);
+            } else {
+                check_text_ends(found, i, field);
             }
         }
         const size_t part = by_part[i];
@@ -96,6 +128,9 @@ void check_models(findings_of& found) {
     }
 }
 
+// The firmware revision of ATA and NVMe drives (ACS-3 7.12.7, NVMe 1.4 5.15); SCSI drives have 4 characters.
+constexpr size_t widest_level = 8;
+
 void check_levels(findings_of& found) {
     const record_set& set = found.set;
     std::unordered_map<std::string, size_t> images;
@@ -107,6 +142,11 @@ void check_levels(findings_of& found) {
             continue;
         }
         check_text_ends(found, i, "fw_level");
+        if (level.size() > widest_level) {
+            report(found, i, "fw_level",
+                   quote(level) + " is longer than the " + std::to_string(widest_level) +
+                       " characters that a drive can report");
+        }
         const size_t image = images.emplace(text_of(set, i, "image_name"), i).first->second;
         const size_t product = products.emplace(text_of(set, i, "product_id"), i).first->second;
         const std::string image_level = text_of(set, image, "fw_level");
@@ -131,6 +171,8 @@ void check_images(findings_of& found) {
         std::error_code code;
         if (name.empty()) {
             report(found, i, "image_name", "is empty");
+        } else if (("/" + name + "/").find("/../") != std::string::npos) {
+            report(found, i, "image_name", quote(name) + " leads out of " + found.images);
         } else if (!fs::is_regular_file(path, code)) {
             report(found, i, "image_name", quote(name) + " is no file in " + found.images);
         } else if (fs::file_size(path, code) == 0) {
@@ -140,13 +182,6 @@ void check_images(findings_of& found) {
 }
 
 constexpr uint64_t drive_types[] = {1, 16, 17, 18, 19, 20, 21, 22, 24, 25, 26, 27};
-constexpr uint64_t nvme_drive_types[] = {22, 25, 26};
-// 0 stands in the records of drives that are no SAS drives and have no such page.
-constexpr uint64_t smart_types[] = {0, 1, 2, 3, 5};
-
-bool holds(std::span<const uint64_t> numbers, uint64_t number) {
-    return std::find(numbers.begin(), numbers.end(), number) != numbers.end();
-}
 
 // Ids and layout say where ATA and SAS drives keep their values; NVMe drives have fixed places for them.
 void check_sources(findings_of& found) {
@@ -163,7 +198,8 @@ void check_sources(findings_of& found) {
             continue;
         }
         const uint64_t layout = number_of(set, i, "smart_type");
-        if (!holds(smart_types, layout)) {
+        // 0 stands in the records of drives that are no SAS drives and have no such page.
+        if (layout != 0 && !holds(sas_layouts, layout)) {
             report(found, i, "smart_type",
                    std::to_string(layout) + " is an unknown layout, nothing is found on a SAS drive");
         }
