@@ -64,7 +64,7 @@ int read_profile(std::FILE* file, _smart_profile* profile) {
     uint8_t trailer[trailer_size] = {};
     uint8_t head[signature_size] = {};
     if (std::fseek(file, -trailer_size, SEEK_END) == 0) {
-        std::fread(trailer, 1, trailer_size, file);
+        (void)!std::fread(trailer, 1, trailer_size, file);
     }
     const uint16_t count = load_le16(trailer + trailer_count);
     if (count > SMART_PROFILE_MAX_RECORDS) {
@@ -76,7 +76,7 @@ int read_profile(std::FILE* file, _smart_profile* profile) {
         return SMART_PROFILE_INVALID;
     }
     std::rewind(file);
-    std::fread(head, 1, signature_size, file);
+    (void)!std::fread(head, 1, signature_size, file);
     if (load_le32(head) != SMART_PROFILE_SIGNATURE) {
         TRACE_PRINT("bad sig2");
         return SMART_PROFILE_INVALID;

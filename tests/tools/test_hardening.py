@@ -1,0 +1,22 @@
+"""How both programs are linked and compiled against what a fault could make of them."""
+import os
+import subprocess
+
+import pytest
+
+BUILD = os.environ["MIRVOK_BUILD"]
+with open(f"{BUILD}/CMakeCache.txt", encoding="utf-8") as cache:
+    SANITIZED = "MIRVOK_SANITIZE:BOOL=ON" in cache.read()
+
+
+@pytest.mark.skipif(SANITIZED, reason="the sanitizers have their own ways")
+@pytest.mark.parametrize("program", ["mirvok", "mirvok-profile"])
+def test_program_is_hardened(program):
+    seen = subprocess.run(["readelf", "-Whld", "--dyn-syms", f"{BUILD}/{program}"], capture_output=True, text=True,
+                          timeout=60, check=True).stdout
+    for sign in ("DYN (Position-Independent", "GNU_RELRO", "BIND_NOW", "__stack_chk_fail@", "__snprintf_chk@"):
+        assert sign in seen, sign
+    if "X86-64" in seen:
+        code = subprocess.run(["objdump", "-d", f"{BUILD}/{program}"], capture_output=True, text=True, timeout=60,
+                              check=True).stdout
+        assert "endbr64" in code.split("<main>:\n")[1].splitlines()[0]
