@@ -9,10 +9,11 @@
 #include <string>
 #include <vector>
 
+#include "bytes.h"
+
 namespace mirvok::lab {
 
 using nlohmann::json;
-using bytes = std::vector<uint8_t>;
 
 // The variable that names the state directory to the library.
 constexpr const char* home_variable = "MIRVOK_LAB";
@@ -58,13 +59,6 @@ std::string text_of(const json& object, const std::string& key, const std::strin
 uint64_t number_of(const json& object, const std::string& key, uint64_t fallback);
 std::string level_of(const drive& d);
 bool smart_on(const drive& d);
-
-// Texts like "12 00 ff" to bytes, and back: upper case, separated by `between`.
-bytes bytes_of(const std::string& hex);
-std::string hex_of(const uint8_t* data, size_t length, const char* between = "");
-std::string hex_number(uint64_t value);
-bool all_zero(const bytes& data, size_t from, size_t to);
-uint32_t crc32_of(const uint8_t* data, size_t length);
 
 // Appends one line; it is in the file when the call returns.
 void journal(const std::string& line);
