@@ -33,6 +33,7 @@ machine* load_machine() {
         d.name = name;
         d.self = self;
         d.lasting = state.value(name, json::object());
+        d.attention = self.value("attention", false) ? attention_reset : 0;
         if (self.contains("node")) {
             m->nodes[self["node"].get<std::string>()] = name;
         }
@@ -51,6 +52,9 @@ bool matches(const json& rule, const json& subject, const std::string& command) 
         if (rule.contains(key) && (!subject.contains(key) || rule[key] != subject[key])) {
             return false;
         }
+    }
+    if (subject.contains("library") && !rule.contains("library")) {
+        return false;
     }
     const std::string wanted = rule.value("command", "any");
     // "any" means what travels to a drive: no opening of nodes, no sleep, no library's own requests.

@@ -18,12 +18,17 @@ using nlohmann::json;
 // The variable that names the state directory to the library.
 constexpr const char* home_variable = "MIRVOK_LAB";
 
+// Additional sense code and qualifier of unit attentions (SPC-4, annex F).
+constexpr uint16_t attention_reset = 0x2900;
+constexpr uint16_t attention_microcode = 0x3F01;
+
 struct drive {  // NOLINT(bugprone-exception-escape): json moves without throwing
     std::string name;
-    json self;              // the description in the machine file
-    json lasting;           // "level", "smart", "next_level": kept in state.json
-    bytes received;         // the firmware image of the download under way
-    bool vanished = false;  // gone from its nodes for the rest of the run
+    json self;               // the description in the machine file
+    json lasting;            // "level", "smart", "next_level": kept in state.json
+    bytes received;          // the firmware image of the download under way
+    bool vanished = false;   // gone from its nodes for the rest of the run
+    uint16_t attention = 0;  // additional sense code and qualifier of a unit attention that waits
 };
 
 struct fault {
