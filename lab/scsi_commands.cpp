@@ -169,7 +169,9 @@ reply run_ata(drive& d, const scsi_command& c) {
     if (text_of(d.self, "protocol", "") != "sata") {
         return check_condition(0x05, 0x20, 0x00);
     }
-    if (c.cdb.size() != 12 || c.cdb[10] != 0 || c.cdb[11] != 0 || !transfer_agrees(c, r)) {
+    // The kernel's own ATA layer refuses data-in without data.
+    const bool refused = d.self.value("kernel_ata", false) && c.way == direction::in && c.length == 0;
+    if (c.cdb.size() != 12 || c.cdb[10] != 0 || c.cdb[11] != 0 || !transfer_agrees(c, r) || refused) {
         return invalid_field();
     }
     if (r.command == ata_smart) {
