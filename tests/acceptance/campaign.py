@@ -268,6 +268,12 @@ def lapses(machine, words, run, faults, base):
     wrong = [line for line in run.journal if "VIOLATION" in line and not (garbled and ": no such " in line)]
     if run.status >= 128 and run.status not in signals or run.status < 128 and report is None:
         return [*wrong, f"status {run.status}, report {report is not None}"]
+    # The line of the command during which a signal comes stands behind the signal's.
+    stop = next((i + 2 for i, line in enumerate(run.journal) if line.startswith("signal ")), len(run.journal))
+    begun, before = (sorted(name for name, seen in e.items() if any(event.command == "download" for event in seen))
+                     for e in (events, machine.events(run.journal[:stop])))
+    wrong += [f"a download of {begun} and not {before} after a signal"] * (begun != before)
+    wrong += [f"status {run.status} after a signal"] * (stop < len(run.journal) and words[0] == "flash" and run.status < 128)
     rows, others = collections.defaultdict(list), set()
     if report:
         for first, last in PAIRS:
