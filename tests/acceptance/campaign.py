@@ -74,8 +74,8 @@ def draw(rng):
             "part_number": row.part if known_by in ("all", "part") else "none", "part_number_8s": row.part if known_by == "8s" else "none",
             "level": rng.choice([*row.below, *row.below, row.level, *row.above]), "smart": rng.choice(["on", "on", "off", "unsupported"]),
             "dummy": "47Q8842" if kind == "merlin" else "DUMMY", "blocks": 937703088, "pfa": rng.random() < 0.2, "serial": f"SN00000{i}",
-            "attention": protocol != "nvme" and rng.random() < 0.2, "kernel_ata": path == "host" and rng.random() < 0.3, "sense": rng.choice(["descriptor", "fixed"]),
-            "attributes": [{"id": 194, "raw": 30 + i}], "commit_status": rng.choice([0, 0, 0x10B]),
+            "attention": protocol != "nvme" and rng.random() < 0.2, "kernel_ata": path == "host" and rng.random() < 0.3,
+            "sense": rng.choice(["descriptor", "fixed"]), "attributes": [{"id": 194, "raw": 30 + i}], "commit_status": rng.choice([0, 0, 0x10B]),
             "refuses": rng.choice([[]] * 6 + [["b0"], ["c4"], ["capacity16"], ["log34"], ["smart-data"], ["logE0"]]),
             "firmware": [{"image": f"files/{name}.bin", "level": other.level, "keeps_level": rng.random() < 0.1}
                          for name, other in KINDS.items() if other.protocol == protocol]}
@@ -87,7 +87,7 @@ def draw(rng):
         entry, number = {"drive": name, "device_id": 8 + i, "slot": i}, rng.choice([0, 7])
         if path == "MARVELL":
             entry["download_status"] = rng.choice([[1, 2], [2], [3], [1]])
-            number = len(controllers[path, 0]) // 2  # an adapter has two drives
+            number = sum(len(entries) for at, entries in controllers.items() if at[0] == path) // 2  # an adapter has two drives
         else:
             entry |= {"state": rng.choice([0x18, *UPDATED_STATES, 1, 0x20]), "download_not_allowed": rng.random() < 0.1}
             if protocol == "sata" and rng.random() < 0.3:
