@@ -46,6 +46,11 @@ bool ends_early(const std::string& word) {
     return std::ranges::count(kinds, word.substr(0, word.find(':'))) != 0;
 }
 
+// Whether a drive's own answer, that of the registers excepted, is a refusal.
+bool was_refused(const reply& r) {
+    return r.error != 0 || (r.status != 0 && (r.sense.size() < 3 || r.sense[r.sense[0] >= 0x72 ? 1 : 2] > 1));
+}
+
 void apply(reply& r, const std::string& word, uint32_t length) {
     const std::string kind = word.substr(0, word.find(':'));
     const std::string value = word.substr(word.find(':') + 1);
@@ -122,6 +127,9 @@ reply run_with_faults(drive& d, const std::string& node, const std::string& comm
     }
     if (std::ranges::none_of(words, ends_early) || std::ranges::count(words, "done") != 0) {
         r = answer();
+        if (was_refused(r)) {
+            return r;
+        }
     }
     for (const std::string& word : words) {
         apply(r, word, length);

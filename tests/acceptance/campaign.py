@@ -177,10 +177,11 @@ class Machine:
                 return "latest"
         if "--check" in words:
             return "due"
-        status, image = entry.get("download_status", [2]), f"files/{drive['kind']}.bin"
-        renewed = status[-1] == 2 and not any(f["keeps_level"] for f in drive["firmware"] if f["image"] == image)
-        there = renewed or drive["level"] == KINDS[drive["kind"]].level
-        return "updated" if drive["protocol"] == "nvme" or there and status != [3] else "failed"
+        # Only the pieces of a SAS drive without page C4h find its unit attention waiting.
+        refused = entry.get("download_status") == [3] or drive["attention"] and drive["protocol"] == "sas" and not labelled
+        keeps = {image["image"]: image["keeps_level"] for image in drive["firmware"]}[f"files/{drive['kind']}.bin"]
+        renewed = not keeps and entry.get("download_status", [2])[-1] == 2 or drive["level"] == KINDS[drive["kind"]].level
+        return "updated" if drive["protocol"] == "nvme" or renewed and not refused else "failed"
 
 
 def taken(line):
@@ -192,6 +193,7 @@ def taken(line):
 
 def firmware_lapses(machine, name, events, lied, words):
     """What is wrong with the firmware that a drive got; whether the last image came whole."""
+    twofold = name in machine.library and name in machine.nodes.values()  # what loses a serial number, hides that it is one drive
     image, at, gap, whole, forced, wrong = None, 0, False, False, "--force" in words, []
     for library, command, line in (event for event in events if event.command in ("download", "commit")):
         if command == "commit":
@@ -203,7 +205,7 @@ def firmware_lapses(machine, name, events, lied, words):
             length, crc, cdb = int(length), int(crc, 16), nvme or bytes.fromhex(re.search(r"cdb=((?:\w\w )+)", line)[1])
             offset = int(nvme[1], 16) * 4 if nvme else int.from_bytes(cdb[3:6], "big") if cdb[0] == 0x3B else (cdb[7] << 8 | cdb[6]) * 512
             if offset == 0:
-                wrong += ["a second download"] * (image is not None and not forced and not lied)
+                wrong += ["a second download"] * (image is not None and not lied and not twofold)
                 image, at, gap = next((i for i in IMAGES.values() if zlib.crc32(i[:length]) == crc), b""), 0, False
             wrong += ["a piece behind a gap"] * (offset != at or gap and not nvme)
             wrong += ["a piece of no image"] * (not image or not length or zlib.crc32(image[offset:offset + length]) != crc)
