@@ -191,7 +191,7 @@ def taken(line):
         (not end[3] or end[3] == "4045" and end[1] == "00")
 
 
-def firmware_lapses(machine, name, events, lied, words):
+def firmware_lapses(machine, name, events, lied, faults, words):
     """What is wrong with the firmware that a drive got; whether the last image came whole."""
     twofold = name in machine.library and name in machine.nodes.values()  # what loses a serial number, hides that it is one drive
     image, at, gap, whole, forced, wrong = None, 0, False, False, "--force" in words, []
@@ -211,7 +211,8 @@ def firmware_lapses(machine, name, events, lied, words):
             wrong += ["a piece of no image"] * (not image or not length or zlib.crc32(image[offset:offset + length]) != crc)
             at, gap = offset + length, gap or not taken(line)
             whole = at == len(image or b"") and not gap
-        entry = machine.entries[name] if library not in (None, "MARVELL") and not lied and not forced else {}
+        told = lied or any(f["command"] == "pd-info" and f["answer"] in CONTENTS for f in faults)
+        entry = machine.entries[name] if library not in (None, "MARVELL") and not told and not forced else {}
         wrong += ["a download that is not allowed"] * (entry.get("state", 0) not in UPDATED_STATES or entry.get("download_not_allowed", False))
     if image is not None:
         wrong += ["an image of another kind"] * (image is not IMAGES.get(machine.drives[name]["kind"]) and not lied)
@@ -275,7 +276,7 @@ def lapses(machine, words, run, faults, base):
     begun, before = (sorted(name for name, seen in e.items() if any(event.command == "download" for event in seen))
                      for e in (events, machine.events(run.journal[:stop])))
     wrong += [f"a download of {begun} and not {before} after a signal"] * (begun != before)
-    wrong += [f"status {run.status} after a signal"] * (stop < len(run.journal) and words[0] == "flash" and run.status < 128)
+    wrong += [f"status {run.status} after a signal"] * (stop < len(run.journal) and words[0] == "flash" and run.status not in (2, *signals))
     rows, others = collections.defaultdict(list), set()
     if report:
         for first, last in PAIRS:
@@ -291,7 +292,7 @@ def lapses(machine, words, run, faults, base):
     for name, drive in machine.drives.items():
         lied, after = name in told, run.state.get(name, {})
         level, was_on = after.get("next_level", after.get("level", drive["level"])), drive["smart"] == "on"
-        found, whole = firmware_lapses(machine, name, events[name], lied, words)
+        found, whole = firmware_lapses(machine, name, events[name], lied, faults, words)
         if machine.normal(name, level) < machine.normal(name, drive["level"]) and "--force" not in words and not lied:
             found.append(f"level {drive['level']} became {level}")
         for row in rows[name]:
