@@ -30,6 +30,7 @@ struct reply {
     int error = 0;        // error number; nothing else counts then
     uint32_t status = 0;  // SCSI status, or NVMe status as the driver returns it
     uint8_t host = 0;     // the kernel's host byte
+    uint8_t driver = 0;   // the kernel's driver byte, where it is not the one that goes with sense data
     bytes sense;
     bytes data;  // what comes from the drive
 };

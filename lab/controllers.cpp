@@ -7,6 +7,8 @@
 #include <csignal>
 #include <cstdlib>
 
+#include "run.h"
+
 namespace mirvok::lab {
 
 namespace {
@@ -81,6 +83,7 @@ bool demand(bool holds, const std::string& request, const std::string& what) {
 }
 
 reply run_behind_controller(drive& d, const scsi_command& c) {
+    take_time(d);
     reply r = run_scsi(d, "", c);
     if (r.sense.size() > 3 && r.sense[0] == 0x72 && r.sense[1] == 0x01 && r.sense[3] == 0x1D) {
         r.status = 0;

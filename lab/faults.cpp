@@ -3,11 +3,15 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <chrono>
 #include <csignal>
 #include <cstdio>
 #include <cstring>
 #include <functional>
+#include <iterator>
 #include <random>
+#include <sstream>
+#include <thread>
 
 #include "commands.h"
 #include "run.h"
@@ -32,6 +36,41 @@ constexpr number_name signals[] = {
     {SIGINT, "INT"},   {SIGTERM, "TERM"}, {SIGHUP, "HUP"},   {SIGTSTP, "TSTP"},
     {SIGQUIT, "QUIT"}, {SIGKILL, "KILL"}, {SIGPIPE, "PIPE"}, {SIGSTOP, "STOP"},
 };
+
+std::vector<std::string> words_of(const std::string& answer) {
+    std::istringstream stream(answer);
+    return {std::istream_iterator<std::string>(stream), {}};
+}
+
+// Whether a word of an answer stands for a command that is not carried out.
+bool ends_early(const std::string& word) {
+    static const std::vector<std::string> kinds = {"errno", "check", "sense", "status", "nvme", "host"};
+    return std::ranges::count(kinds, word.substr(0, word.find(':'))) != 0;
+}
+
+// Whether a drive's own answer, that of the registers excepted, is a refusal.
+bool was_refused(const reply& r) {
+    return r.error != 0 || (r.status != 0 && (r.sense.size() < 3 || r.sense[r.sense[0] >= 0x72 ? 1 : 2] > 1));
+}
+
+void apply(reply& r, const std::string& word, uint32_t length) {
+    const std::string kind = word.substr(0, word.find(':'));
+    const std::string value = word.substr(word.find(':') + 1);
+    if (kind == "errno") {
+        r.error = error_number(value);
+    } else if (kind == "check" || kind == "sense") {
+        const bytes codes = bytes_of(value);
+        const reply failed = check_condition(codes.at(0), codes.at(1), codes.at(2));
+        r.sense = failed.sense;
+        r.status = kind == "check" ? failed.status : r.status;
+    } else if (kind == "status" || kind == "nvme") {
+        r.status = static_cast<uint32_t>(std::stoul(value, nullptr, 0));
+    } else if (kind == "host" || kind == "driver") {
+        (kind == "host" ? r.host : r.driver) = static_cast<uint8_t>(std::stoul(value, nullptr, 0));
+    } else {
+        spoil(r.data, kind, length);
+    }
+}
 
 }  // namespace
 
@@ -68,33 +107,34 @@ void raise_as(const std::string& answer) {
     }
 }
 
+void take_time(const drive& d) {
+    std::this_thread::sleep_for(std::chrono::milliseconds(number_of(d.self, "delay", 0)));
+}
+
 reply run_with_faults(drive& d, const std::string& node, const std::string& command, uint32_t length,
                       const std::function<reply()>& answer) {
     json subject = {{"drive", d.name}};
     if (!node.empty()) {
         subject["node"] = node;
     }
-    const std::string kind = text_of(due_fault(subject, command), "answer", "");
-    const std::string word = kind.substr(kind.find(':') + 1);
+    const std::vector<std::string> words = words_of(text_of(due_fault(subject, command), "answer", ""));
     reply r;
-    if (kind == "vanish") {
-        d.vanished = true;
-    }
+    d.vanished = d.vanished || std::ranges::count(words, "vanish") != 0;
     if (d.vanished) {
         r.error = ENODEV;
-    } else if (kind.starts_with("errno:")) {
-        r.error = error_number(word);
-    } else if (kind.starts_with("check:")) {
-        const bytes sense = bytes_of(word);
-        r = check_condition(sense.at(0), sense.at(1), sense.at(2));
-    } else if (kind.starts_with("status:") || kind.starts_with("nvme:")) {
-        r.status = static_cast<uint32_t>(std::stoul(word, nullptr, 0));
-    } else if (kind.starts_with("host:")) {
-        r.host = static_cast<uint8_t>(std::stoul(word, nullptr, 0));
-    } else {
-        raise_as(kind);
+        return r;
+    }
+    for (const std::string& word : words) {
+        raise_as(word);
+    }
+    if (std::ranges::none_of(words, ends_early) || std::ranges::count(words, "done") != 0) {
         r = answer();
-        spoil(r.data, kind, length);
+        if (was_refused(r)) {
+            return r;
+        }
+    }
+    for (const std::string& word : words) {
+        apply(r, word, length);
     }
     r.data.resize(std::min<size_t>(r.data.size(), length));
     return r;
@@ -125,6 +165,9 @@ std::string describe(const scsi_command& c, const reply& r) {
     std::string text = hex_of(&status, 1);
     if (r.host != 0) {
         text += " host " + hex_of(&r.host, 1);
+    }
+    if (r.driver != 0) {
+        text += " driver " + hex_of(&r.driver, 1);
     }
     if (r.sense.size() > 13) {
         const bool descriptor = r.sense[0] >= 0x72;

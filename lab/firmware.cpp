@@ -53,6 +53,7 @@ bool activate(drive& d, const char* lasting_key) {
         return false;
     }
     d.received.clear();
+    d.attention = d.self.value("attention", false) ? attention_microcode : 0;
     if (!entry.value("keeps_level", false)) {
         remember(d, lasting_key, entry.at("level"));
     }

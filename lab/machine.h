@@ -9,20 +9,26 @@
 #include <string>
 #include <vector>
 
+#include "bytes.h"
+
 namespace mirvok::lab {
 
 using nlohmann::json;
-using bytes = std::vector<uint8_t>;
 
 // The variable that names the state directory to the library.
 constexpr const char* home_variable = "MIRVOK_LAB";
 
+// Additional sense code and qualifier of unit attentions (SPC-4, annex F).
+constexpr uint16_t attention_reset = 0x2900;
+constexpr uint16_t attention_microcode = 0x3F01;
+
 struct drive {  // NOLINT(bugprone-exception-escape): json moves without throwing
     std::string name;
-    json self;              // the description in the machine file
-    json lasting;           // "level", "smart", "next_level": kept in state.json
-    bytes received;         // the firmware image of the download under way
-    bool vanished = false;  // gone from its nodes for the rest of the run
+    json self;               // the description in the machine file
+    json lasting;            // "level", "smart", "next_level": kept in state.json
+    bytes received;          // the firmware image of the download under way
+    bool vanished = false;   // gone from its nodes for the rest of the run
+    uint16_t attention = 0;  // additional sense code and qualifier of a unit attention that waits
 };
 
 struct fault {
@@ -58,13 +64,6 @@ std::string text_of(const json& object, const std::string& key, const std::strin
 uint64_t number_of(const json& object, const std::string& key, uint64_t fallback);
 std::string level_of(const drive& d);
 bool smart_on(const drive& d);
-
-// Texts like "12 00 ff" to bytes, and back: upper case, separated by `between`.
-bytes bytes_of(const std::string& hex);
-std::string hex_of(const uint8_t* data, size_t length, const char* between = "");
-std::string hex_number(uint64_t value);
-bool all_zero(const bytes& data, size_t from, size_t to);
-uint32_t crc32_of(const uint8_t* data, size_t length);
 
 // Appends one line; it is in the file when the call returns.
 void journal(const std::string& line);

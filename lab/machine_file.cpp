@@ -73,6 +73,21 @@ json expanded_list(const json& list) {
     return result;
 }
 
+void check_fault(const json& fault, const json& drives) {
+    static const std::regex of_library("(status|after):\\w+|zeros|ones|random|half");
+    static const std::regex of_drive(
+        "( *(errno:[A-Z]+|(check|sense):\\w\\w/\\w\\w/\\w\\w|(status|nvme|host|driver):\\d\\w*|signal:[A-Z]+|"
+        "zeros|ones|random|half|done|vanish))+");
+    const bool library = fault.contains("library");
+    if (!std::regex_match(text_of(fault, "answer", ""), library ? of_library : of_drive)) {
+        throw std::runtime_error("fault " + fault.dump() + ": no answer of a " +
+                                 (library ? "library" : "drive"));
+    }
+    if (const std::string name = text_of(fault, "drive", ""); !name.empty() && !drives.contains(name)) {
+        throw std::runtime_error("fault " + fault.dump() + ": there is no such drive");
+    }
+}
+
 void check(const json& machine) {
     static const std::vector<std::string> protocols = {"sata", "sas", "nvme"};
     for (const auto& [name, self] : machine["drives"].items()) {
@@ -92,6 +107,9 @@ void check(const json& machine) {
                 throw std::runtime_error("controller: there is no drive " + entry["drive"].dump());
             }
         }
+    }
+    for (const json& fault : machine.value("faults", json::array())) {
+        check_fault(fault, machine["drives"]);
     }
 }
 

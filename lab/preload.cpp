@@ -106,7 +106,7 @@ void complete(sg_io_hdr& h, const reply& r) {
     h.masked_status = static_cast<uint8_t>(r.status >> 1 & 0x7F);
     h.msg_status = 0;
     h.host_status = r.host;
-    h.driver_status = r.sense.empty() ? 0 : driver_sense;
+    h.driver_status = r.driver != 0 ? r.driver : r.sense.empty() ? 0 : driver_sense;
     h.sb_len_wr = 0;
     h.duration = 0;
     if (!r.sense.empty() && h.sbp != nullptr) {
@@ -305,6 +305,7 @@ int ioctl(int descriptor, unsigned long request, ...) noexcept {
         return next(descriptor, request, argument);
     }
     const int before = errno;
+    take_time(*drive_at(found->second));
     const int result = node_ioctl(std::string(found->second), request, argument);
     errno = result < 0 ? errno : before;
     return result;

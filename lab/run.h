@@ -8,6 +8,9 @@
 
 namespace mirvok::lab {
 
+// Lets the real time pass that a command to the drive takes.
+void take_time(const drive& d);
+
 // The answer to `command`, or what a due fault makes of it. `length` is what the caller asked for, in bytes.
 reply run_with_faults(drive& d, const std::string& node, const std::string& command, uint32_t length,
                       const std::function<reply()>& answer);

@@ -1,5 +1,6 @@
 // SCSI and ATA commands of a drive. Public layouts: SPC-4, SBC-3, SAT-3 and ACS-3.
 #include <algorithm>
+#include <utility>
 
 #include "commands.h"
 #include "common/bytes.h"
@@ -168,7 +169,9 @@ reply run_ata(drive& d, const scsi_command& c) {
     if (text_of(d.self, "protocol", "") != "sata") {
         return check_condition(0x05, 0x20, 0x00);
     }
-    if (c.cdb.size() != 12 || c.cdb[10] != 0 || c.cdb[11] != 0 || !transfer_agrees(c, r)) {
+    // The kernel's own ATA layer refuses data-in without data.
+    const bool refused = d.self.value("kernel_ata", false) && c.way == direction::in && c.length == 0;
+    if (c.cdb.size() != 12 || c.cdb[10] != 0 || c.cdb[11] != 0 || !transfer_agrees(c, r) || refused) {
         return invalid_field();
     }
     if (r.command == ata_smart) {
@@ -249,6 +252,10 @@ std::string name_of(const scsi_command& c) {
 
 reply run_scsi(drive& d, const std::string& node, const scsi_command& c) {
     return run_with_faults(d, node, name_of(c), c.length, [&] {
+        if (d.attention != 0 && c.cdb[0] != op_inquiry) {  // INQUIRY leaves it waiting (SPC-4, 5.14)
+            const uint16_t code = std::exchange(d.attention, uint16_t{0});
+            return check_condition(0x06, static_cast<uint8_t>(code >> 8), static_cast<uint8_t>(code));
+        }
         return c.cdb[0] == op_ata12 && c.cdb.size() >= 12 ? run_ata(d, c)
                : c.cdb[0] == op_write_buffer              ? run_write_buffer(d, c)
                                                           : run_input(d, c);
