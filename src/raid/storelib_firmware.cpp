@@ -16,9 +16,6 @@ namespace mirvok {
 
 namespace {
 
-constexpr uint32_t block_size = 512;
-constexpr uint8_t download_mode = 7;  // WRITE BUFFER: download microcode with offsets, save, and activate
-
 enum interface_t : uint32_t { INTERFACE_SAS = 2, INTERFACE_SATA = 3, INTERFACE_NVME = 5 };
 
 constexpr int max_attempts = 15;
@@ -121,24 +118,6 @@ int download_image(uint32_t ctrl_id, uint16_t ctrl_type, uint16_t device_id, uin
     return rc;
 }
 
-void fill_write_buffer(uint8_t* cdb, uint8_t mode, uint32_t offset, uint32_t length) {
-    cdb[0] = 0x3B;
-    cdb[1] = mode;
-    store_be24(cdb + 3, offset);
-    store_be24(cdb + 6, length);
-}
-
-// ATA PASS-THROUGH (12) (SAT-3, 12.2.2) with DOWNLOAD MICROCODE, subcommand 03h.
-void fill_download_microcode(uint8_t* cdb, uint32_t block_offset, uint32_t length) {
-    cdb[0] = 0xA1;
-    cdb[1] = 0x0A;  // PIO data-out
-    cdb[2] = 0xC6;  // longest off-line time, length in blocks in the count register
-    cdb[3] = 0x03;
-    store_le16(cdb + 4, (length + block_size - 1) / block_size);
-    store_le16(cdb + 6, block_offset);
-    cdb[9] = 0x92;
-}
-
 }  // namespace
 
 int PrepareForPDFWDownload(uint32_t ctrl_id, uint16_t ctrl_type, uint16_t device_id, uint8_t /*mode*/,
@@ -198,10 +177,11 @@ int DoPDFWDownload(uint32_t ctrl_id, uint16_t device_id, uint16_t ctrl_type, uin
         uint8_t cdb[frame_cdb_size] = {};
         uint8_t cdb_length = 16;  // also for the 10 bytes of WRITE BUFFER
         if (interface == INTERFACE_SATA) {
-            fill_download_microcode(cdb, offset, length);
+            fill_download_microcode_cdb(cdb, download_microcode_offsets, static_cast<uint16_t>(offset),
+                                        length);
             cdb_length = 12;
         } else {
-            fill_write_buffer(cdb, mode, offset, length);
+            fill_write_buffer_cdb(cdb, mode, offset, length);
         }
         std::memset(frame, 0, frame_data);  // the chunk fills the rest
         fill_frame(frame, device_id, FRAME_TO_DRIVE, 0, cdb, cdb_length, length);
@@ -240,12 +220,13 @@ int DoPDFWDownload_7(uint32_t ctrl_id, uint16_t device_id, uint16_t ctrl_type, u
     while (rc == 0 && offset < image_size) {
         const uint32_t length = std::min(download_chunk, image_size - offset);
         TRACE_PRINT("count:%d, dataLength:0x%X, offset:0x%X", chunk, length, offset);
-        const int status = DoPDFWDownload(ctrl_id, device_id, ctrl_type, interface, file, before, length,
-                                          interface == INTERFACE_SATA ? block_offset : offset, download_mode);
+        const int status =
+            DoPDFWDownload(ctrl_id, device_id, ctrl_type, interface, file, before, length,
+                           interface == INTERFACE_SATA ? block_offset : offset, write_buffer_offsets);
         rc = status == 0 ? 0 : 1;
         ++chunk;
         offset += length;
-        block_offset += download_chunk / block_size;
+        block_offset += count_blocks(download_chunk);
         progress_sent(offset, image_size);
         held_signal();
     }

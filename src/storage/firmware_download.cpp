@@ -20,13 +20,6 @@ namespace {
 
 constexpr char image_directory[] = "files/";
 
-constexpr uint16_t write_buffer_whole = 5;          // download microcode and save
-constexpr uint16_t write_buffer_offsets = 7;        // download microcode with offsets, save and activate
-constexpr uint16_t download_microcode_offsets = 3;  // download with offsets and save
-constexpr uint16_t download_microcode_whole = 7;    // download and save
-
-constexpr uint32_t block_size = 512;
-
 struct image_path {
     char text[sizeof(image_directory) + sizeof(profile_record::image_name)];
 };
@@ -235,7 +228,7 @@ uint16_t flash_disk_fw_ata(_pd_info* pd, uint8_t* image, uint32_t size, uint16_t
                     static_cast<unsigned long>(offset));
         rc = download_microcode(pd, subcommand, block_offset, image + offset, length);
         offset += length;
-        block_offset += (length + block_size - 1) / block_size;
+        block_offset += count_blocks(length);
         progress_sent(offset, size);
         held_signal();
     }

@@ -13,8 +13,6 @@ constexpr uint8_t ata_identify = 0xEC;
 constexpr uint8_t smart_lba_mid = 0x4F;
 constexpr uint8_t smart_lba_high = 0xC2;
 
-constexpr uint32_t block_size = 512;
-
 // The registers that an ATA code sets, and what its data phase is.
 struct ata_registers {
     uint16_t code;
@@ -45,7 +43,65 @@ constexpr uint8_t flags_data_out =
     0xC6;  // OFF_LINE 3, T_DIR to the device, BYT_BLOK, T_LENGTH in the sector count
 constexpr uint8_t flags_return_status = 0x24;  // CK_COND, BYT_BLOK: the registers come back in the sense data
 
+// Bytes 1 and 2 of ATA PASS-THROUGH (12), by direction.
+struct transfer {
+    io_direction_t direction;
+    uint8_t protocol;
+    uint8_t flags;
+};
+constexpr transfer transfers[] = {
+    {IO_DIR_OUT, protocol_pio_out, flags_data_out},
+    {IO_DIR_IN, protocol_pio_in, flags_data_in},
+    {IO_DIR_NONE, protocol_non_data, 0},
+};
+
+bool is_return_status(const _ata_cmd_in* ata) {
+    return ata->direction == IO_DIR_NONE && ata->command == ata_smart &&
+           ata->features == ATA_SMART_RETURN_STATUS;
+}
+
+void fill_download_microcode(_ata_cmd_in* cmd, uint16_t subcommand, uint16_t block_offset, uint32_t length) {
+    const uint32_t blocks = count_blocks(length);
+    cmd->command = ATA_DOWNLOAD_MICROCODE;
+    cmd->features = static_cast<uint8_t>(subcommand);
+    cmd->sector_count = static_cast<uint8_t>(blocks);
+    cmd->lba_low = static_cast<uint8_t>(blocks >> 8);
+    cmd->lba_mid = static_cast<uint8_t>(block_offset);
+    cmd->lba_high = static_cast<uint8_t>(block_offset >> 8);
+    cmd->direction = IO_DIR_OUT;
+}
+
+void fill_pass_through(uint8_t* cdb, const _ata_cmd_in* ata) {
+    cdb[0] = pass_through_12;
+    for (const transfer& row : transfers) {
+        if (row.direction == ata->direction) {
+            cdb[1] = row.protocol;
+            cdb[2] = is_return_status(ata) ? flags_return_status : row.flags;
+        }
+    }
+    cdb[3] = ata->features;
+    cdb[4] = ata->sector_count;
+    cdb[5] = ata->lba_low;
+    cdb[6] = ata->lba_mid;
+    cdb[7] = ata->lba_high;
+    cdb[8] = ata->device;
+    cdb[9] = ata->command;
+}
+
 }  // namespace
+
+void fill_write_buffer_cdb(uint8_t* cdb, uint16_t mode, uint32_t offset, uint32_t length) {
+    cdb[0] = SCSI_WRITE_BUFFER;
+    cdb[1] = static_cast<uint8_t>(mode);
+    store_be24(cdb + 3, offset);
+    store_be24(cdb + 6, length);
+}
+
+void fill_download_microcode_cdb(uint8_t* cdb, uint16_t subcommand, uint16_t block_offset, uint32_t length) {
+    _ata_cmd_in ata = {};
+    fill_download_microcode(&ata, subcommand, block_offset, length);
+    fill_pass_through(cdb, &ata);
+}
 
 int set_scsi_command(_pd_info* /*pd*/, uint16_t code, _scsi_cmd_in* cmd, uint16_t mode, uint32_t page,
                      uint32_t param, void* data, uint32_t data_length) {
@@ -83,10 +139,7 @@ int set_scsi_command(_pd_info* /*pd*/, uint16_t code, _scsi_cmd_in* cmd, uint16_
             break;
         case SCSI_WRITE_BUFFER:
             cmd->cdb_length = 10;
-            cdb[0] = SCSI_WRITE_BUFFER;
-            cdb[1] = static_cast<uint8_t>(mode);
-            store_be24(cdb + 3, param);
-            store_be24(cdb + 6, data_length);
+            fill_write_buffer_cdb(cdb, mode, param, data_length);
             cmd->direction = IO_DIR_OUT;
             break;
         default:
@@ -121,16 +174,7 @@ int set_ata_command(_pd_info* /*pd*/, uint16_t code, _ata_cmd_in* cmd, uint16_t 
         rc = 0;
     }
     if (code == ATA_DOWNLOAD_MICROCODE) {
-        // A 16-bit block count and a 16-bit block offset, both in blocks of 512 bytes (ACS-3, DOWNLOAD
-        // MICROCODE).
-        const uint32_t blocks = data_length / block_size + (data_length % block_size != 0 ? 1 : 0);
-        cmd->command = ATA_DOWNLOAD_MICROCODE;
-        cmd->features = static_cast<uint8_t>(subcommand);
-        cmd->sector_count = static_cast<uint8_t>(blocks);
-        cmd->lba_low = static_cast<uint8_t>(blocks >> 8);
-        cmd->lba_mid = static_cast<uint8_t>(address);
-        cmd->lba_high = static_cast<uint8_t>(address >> 8);
-        cmd->direction = IO_DIR_OUT;
+        fill_download_microcode(cmd, subcommand, address, data_length);
         cmd->data = data;
         cmd->data_length = data_length;
         rc = 0;
@@ -148,32 +192,10 @@ int set_ata_scsi_command(_pd_info* /*pd*/, _scsi_cmd_in* scsi, const _ata_cmd_in
     scsi->data = ata->data;
     scsi->data_length = ata->data_length;
     scsi->cdb_length = 12;
-    uint8_t* cdb = scsi->cdb;
-    cdb[0] = pass_through_12;
-    switch (ata->direction) {
-        case IO_DIR_IN:
-            cdb[1] = protocol_pio_in;
-            cdb[2] = flags_data_in;
-            break;
-        case IO_DIR_OUT:
-            cdb[1] = protocol_pio_out;
-            cdb[2] = flags_data_out;
-            break;
-        case IO_DIR_NONE:
-            cdb[1] = protocol_non_data;
-            if (ata->command == ata_smart && ata->features == ATA_SMART_RETURN_STATUS) {
-                cdb[2] = flags_return_status;
-                TRACE_PRINT("cmd2:0x%X", cdb[2]);
-            }
-            break;
+    fill_pass_through(scsi->cdb, ata);
+    if (is_return_status(ata)) {
+        TRACE_PRINT("cmd2:0x%X", scsi->cdb[2]);
     }
-    cdb[3] = ata->features;
-    cdb[4] = ata->sector_count;
-    cdb[5] = ata->lba_low;
-    cdb[6] = ata->lba_mid;
-    cdb[7] = ata->lba_high;
-    cdb[8] = ata->device;
-    cdb[9] = ata->command;
     TRACE_PRINT("Exiting %s, rc = %d", __func__, 0);
     return 0;
 }

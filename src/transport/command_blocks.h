@@ -96,6 +96,23 @@ struct _nvme_cmd_out {
 int set_scsi_command(_pd_info* pd, uint16_t code, _scsi_cmd_in* cmd, uint16_t mode, uint32_t page,
                      uint32_t param, void* data, uint32_t data_length);
 
+// Blocks of 512 bytes that `length` bytes fill, the last one partly.
+constexpr uint32_t count_blocks(uint32_t length) {
+    return length / 512 + (length % 512 != 0 ? 1 : 0);
+}
+
+// The CDBs of a firmware download, into at least 12 cleared bytes: WRITE BUFFER (SPC-4, 6.49) at `offset` in
+// bytes, and ATA PASS-THROUGH (12) with DOWNLOAD MICROCODE (ACS-3), which counts 16 bits of blocks, at
+// `block_offset`.
+void fill_write_buffer_cdb(uint8_t* cdb, uint16_t mode, uint32_t offset, uint32_t length);
+void fill_download_microcode_cdb(uint8_t* cdb, uint16_t subcommand, uint16_t block_offset, uint32_t length);
+
+// DOWNLOAD MICROCODE subcommands, and WRITE BUFFER modes of the same meaning.
+constexpr uint16_t download_microcode_offsets = 3;  // download with offsets and save
+constexpr uint16_t download_microcode_whole = 7;    // download and save
+constexpr uint16_t write_buffer_whole = 5;          // download microcode and save
+constexpr uint16_t write_buffer_offsets = 7;        // download microcode with offsets, save and activate
+
 // Builds an ATA register set (ACS-3). address: SMART READ LOG log address, or DOWNLOAD MICROCODE offset in
 // blocks of 512 bytes. subcommand: DOWNLOAD MICROCODE feature value. Returns 0 or RESULT_UNKNOWN_COMMAND.
 int set_ata_command(_pd_info* pd, uint16_t code, _ata_cmd_in* cmd, uint16_t address, uint16_t subcommand,
