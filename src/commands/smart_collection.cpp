@@ -2,8 +2,9 @@
 
 #include "commands/smart_report.h"
 #include "common/diagnostics.h"
+#include "storage/drive_node.h"
+#include "storage/drive_paths.h"
 #include "transport/command_blocks.h"
-#include "transport/host_device.h"
 #include "transport/routing.h"
 
 namespace mirvok {
@@ -12,37 +13,15 @@ namespace {
 
 constexpr uint16_t nvme_health_log = 0x02;
 
-// The controller libraries address a drive by its id; every other path needs the drive's open handle.
-bool needs_handle(const _pd_info* pd) {
-    return pd->ctrl->vendor != VENDOR_AVAGO && pd->ctrl->vendor != VENDOR_MV;
-}
-
-int open_drive(_pd_info* pd) {
-    pd->handle = get_handle(pd->dev_name);
-    return pd->handle != 0 ? 0 : static_cast<int>(RESULT_NO_HANDLE);
-}
-
-void close_drive(_pd_info* pd) {
-    close_handle(pd->handle);
-    pd->handle = 0;
-}
-
 // Sends an ATA block as ATA PASS-THROUGH. *transfer receives the transport's result; returns
 // RESULT_NO_HANDLE, with nothing sent, when the drive cannot be opened.
 int send_translated(_pd_info* pd, const _ata_cmd_in* ata, _scsi_cmd_out* out, int* transfer) {
     _scsi_cmd_in scsi = {};
-    int rc = set_ata_scsi_command(pd, &scsi, ata);
-    const bool handle = needs_handle(pd);
-    if (rc == 0 && handle) {
-        rc = open_drive(pd);
-    }
-    if (rc == 0) {
+    const int rc = set_ata_scsi_command(pd, &scsi, ata);
+    return rc != 0 ? rc : with_node(pd, RESULT_NO_HANDLE, [&] {
         *transfer = read_scsi_command(pd, &scsi, out);
-        if (handle) {
-            close_drive(pd);
-        }
-    }
-    return rc;
+        return 0;
+    });
 }
 
 int read_log_page(_pd_info* pd, uint8_t* buffer) {
@@ -64,36 +43,40 @@ int read_smart_data(_pd_info* pd, uint8_t* buffer) {
 int read_health_log(_pd_info* pd, uint8_t* buffer) {
     _nvme_cmd_in in = {};
     _nvme_cmd_out out = {};
-    int rc = set_nvme_command(pd, NVME_GET_LOG_PAGE, &in, buffer, smart_data_size, nvme_health_log, 0, "");
-    if (rc == 0) {
-        rc = open_drive(pd);
-    }
-    if (rc == 0) {
-        rc = send_nvme_command(pd, NVME_GET_LOG_PAGE, &in, &out);
-        close_drive(pd);
-    }
-    return rc;
+    const int rc =
+        set_nvme_command(pd, NVME_GET_LOG_PAGE, &in, buffer, smart_data_size, nvme_health_log, 0, "");
+    return rc != 0 ? rc : with_open_node(pd, RESULT_NO_HANDLE, [&] {
+        return send_nvme_command(pd, NVME_GET_LOG_PAGE, &in, &out);
+    });
 }
 
 int read_data(_pd_info* pd, uint8_t* buffer) {
-    if (pd->protocol == PD_PROTOCOL_SAS) {
-        return read_log_page(pd, buffer);
+    switch (drive_kind(pd->protocol)) {
+        case DRIVE_SAS:
+            return read_log_page(pd, buffer);
+        case DRIVE_SATA:
+            return read_smart_data(pd, buffer);
+        case DRIVE_NVME:
+            return read_health_log(pd, buffer);
+        default:
+            return 0;
     }
-    if (is_sata_family(pd->protocol)) {
-        return read_smart_data(pd, buffer);
-    }
-    return pd->protocol == PD_PROTOCOL_NVME ? read_health_log(pd, buffer) : 0;
 }
 
 void decode_data(_smart_drive* drive, const uint8_t* buffer) {
-    const uint32_t protocol = drive->pd->protocol;
-    if (protocol == PD_PROTOCOL_SAS) {
-        parse_veltra_smart_info_sas(buffer, sas_smart_page, &drive->info, drive->matched_record);
-    } else if (is_sata_family(protocol)) {
-        parse_veltra_smart_info_ata(buffer, ATA_SMART_READ_DATA, &drive->info, drive->matched_record);
-        get_sata_smart_return_status(drive);
-    } else if (protocol == PD_PROTOCOL_NVME) {
-        parse_veltra_smart_info_nvme(buffer, &drive->info);
+    switch (drive_kind(drive->pd->protocol)) {
+        case DRIVE_SAS:
+            parse_veltra_smart_info_sas(buffer, sas_smart_page, &drive->info, drive->matched_record);
+            break;
+        case DRIVE_SATA:
+            parse_veltra_smart_info_ata(buffer, ATA_SMART_READ_DATA, &drive->info, drive->matched_record);
+            get_sata_smart_return_status(drive);
+            break;
+        case DRIVE_NVME:
+            parse_veltra_smart_info_nvme(buffer, &drive->info);
+            break;
+        default:
+            break;
     }
 }
 
@@ -126,11 +109,12 @@ int get_sata_smart_return_status(_smart_drive* drive) {
     if (rc == 0) {
         rc = send_translated(pd, &in, &out, &transfer);
     }
-    if (rc == 0 && !needs_handle(pd)) {
+    const drive_path& path = path_of(pd->ctrl);
+    if (rc == 0 && !path.has_node) {
         rc = transfer;
     }
     if (rc == 0) {
-        if (pd->ctrl->vendor == VENDOR_HOST) {
+        if (path.registers_in_sense) {
             take_returned_registers(out.sense, status);
         }
         parse_veltra_smart_returnStatus_sata(status, drive);

@@ -6,6 +6,7 @@
 
 #include "common/bytes.h"
 #include "common/diagnostics.h"
+#include "storage/drive_paths.h"
 #include "transport/command_blocks.h"
 #include "transport/nvme_data.h"
 
@@ -271,7 +272,7 @@ void parse_veltra_smart_returnStatus_sata(const void* data, _smart_drive* drive)
     }
     uint8_t lba_mid = status[raid_lba_mid];
     uint8_t lba_high = status[raid_lba_high];
-    if (drive->pd->ctrl->vendor == VENDOR_HOST) {
+    if (path_of(drive->pd->ctrl).registers_in_sense) {
         lba_mid = status[host_lba_mid];
         lba_high = status[host_lba_high];
         TRACE_PRINT("lba_hi:0x%X,low:0x%X", lba_high, lba_mid);

@@ -144,9 +144,31 @@ extern uint32_t sno_count;
 extern const char sas_vendorIDs[3][16];
 extern const char sata_vendorIDs[2][4];
 
-// Whether a protocol code is one of the SATA family's.
+// What kind of drive a protocol code stands for: which commands it understands.
+enum drive_kind_t { DRIVE_OTHER, DRIVE_SAS, DRIVE_SATA, DRIVE_NVME };
+
+constexpr drive_kind_t drive_kind(uint32_t protocol) {
+    switch (protocol) {
+        case PD_PROTOCOL_SAS:
+            return DRIVE_SAS;
+        case PD_PROTOCOL_SATA:
+        case PD_PROTOCOL_M2:
+        case PD_PROTOCOL_SATA_OTHER:
+            return DRIVE_SATA;
+        case PD_PROTOCOL_NVME:
+            return DRIVE_NVME;
+        default:
+            return DRIVE_OTHER;
+    }
+}
+
+// Whether the drive's own serial number may stand in for the maker's.
+constexpr bool lends_serial(uint32_t protocol) {
+    return protocol == PD_PROTOCOL_SATA;
+}
+
 constexpr bool is_sata_family(uint32_t protocol) {
-    return protocol == PD_PROTOCOL_SATA || protocol == PD_PROTOCOL_M2 || protocol == PD_PROTOCOL_SATA_OTHER;
+    return drive_kind(protocol) == DRIVE_SATA;
 }
 
 }  // namespace mirvok

@@ -2,6 +2,7 @@
 
 #include <unistd.h>
 
+#include <algorithm>
 #include <cstdio>
 #include <cstdlib>
 
@@ -11,6 +12,8 @@
 #include "profiles/firmware_image.h"
 #include "raid/marvell_devices.h"
 #include "raid/storelib_firmware.h"
+#include "storage/drive_node.h"
+#include "storage/drive_paths.h"
 #include "transport/host_device.h"
 #include "transport/routing.h"
 
@@ -30,54 +33,44 @@ image_path make_image_path(const profile_record* record) {
     return path;
 }
 
-const image_rule& image_rule_of(const _pd_info* pd) {
-    const uint32_t protocol = pd->protocol;
-    if (pd->ctrl->vendor == VENDOR_AVAGO) {
-        return image_rule_storelib;
-    }
-    if (pd->ctrl->vendor == VENDOR_MV) {
-        return image_rule_any;
-    }
-    if (protocol == PD_PROTOCOL_SAS) {
-        return image_rule_sas;
-    }
-    if (is_sata_family(protocol)) {
-        return image_rule_sata;
-    }
-    return protocol == PD_PROTOCOL_NVME ? image_rule_nvme : image_rule_any;
-}
-
 uint16_t count_chunks(uint32_t size, uint32_t chunk) {
     const uint32_t count = chunk == 0 ? 0 : size / chunk + (size % chunk != 0 ? 1 : 0);
     return static_cast<uint16_t>(count);
 }
 
-// Drives on the host path are reached through a handle, which the download opens for itself.
-bool open_host_drive(_pd_info* pd) {
-    if (pd->ctrl->vendor == VENDOR_HOST || pd->ctrl->vendor == VENDOR_CSMI) {
-        pd->handle = get_handle(pd->dev_name);
-        return pd->handle != 0;
-    }
-    return true;
-}
+// A piece of an image, and the whole that it belongs to: sizes in bytes.
+struct image_piece {
+    uint32_t index;  // from 0
+    uint16_t count;  // of all pieces
+    uint32_t offset;
+    uint32_t length;
+    uint32_t chunk;  // length of every piece but the last
+    uint32_t size;   // of the image
+};
 
-void close_drive(_pd_info* pd) {
-    close_handle(pd->handle);
-    pd->handle = 0;
-}
+// Sends one piece in the given mode. Returns 0 only when the drive took it.
+using piece_sender = int(_pd_info* pd, uint16_t mode, const image_piece& piece, uint8_t* data);
 
-int write_buffer(_pd_info* pd, uint16_t mode, uint32_t offset, uint8_t* data, uint32_t length) {
+int write_buffer(_pd_info* pd, uint16_t mode, const image_piece& piece, uint8_t* data) {
+    TRACE_PRINT("Drive Type:%d, FSIZE:%lXh %d of %d, offset=%lXh, count:%lXh,wfs:%lXh",
+                static_cast<int>(pd->protocol), static_cast<unsigned long>(piece.size),
+                static_cast<int>(piece.index) + 1, piece.count, static_cast<unsigned long>(piece.offset),
+                static_cast<unsigned long>(piece.length),
+                static_cast<unsigned long>(piece.size - piece.offset));
     _scsi_cmd_in in = {};
-    const int rc = set_scsi_command(pd, SCSI_WRITE_BUFFER, &in, mode, 0, offset, data, length);
+    const int rc = set_scsi_command(pd, SCSI_WRITE_BUFFER, &in, mode, 0, piece.offset, data, piece.length);
     return rc != 0 ? rc : perform_scsi_command(pd, &in);
 }
 
-int download_microcode(_pd_info* pd, uint16_t subcommand, uint32_t block_offset, uint8_t* data,
-                       uint32_t length) {
+int download_microcode(_pd_info* pd, uint16_t subcommand, const image_piece& piece, uint8_t* data) {
+    TRACE_PRINT("SATA:%d of %d Size=%lXh FSize=%lXh Offset:%lXh", static_cast<int>(piece.index) + 1,
+                piece.count, static_cast<unsigned long>(piece.length), static_cast<unsigned long>(piece.size),
+                static_cast<unsigned long>(piece.offset));
+    const uint32_t block_offset = piece.index * count_blocks(piece.chunk);
     _ata_cmd_in ata = {};
     _scsi_cmd_in in = {};
     int rc = set_ata_command(pd, ATA_DOWNLOAD_MICROCODE, &ata, static_cast<uint16_t>(block_offset),
-                             subcommand, data, length);
+                             subcommand, data, piece.length);
     if (rc == 0) {
         rc = set_ata_scsi_command(pd, &in, &ata);
     }
@@ -90,14 +83,34 @@ int download_microcode(_pd_info* pd, uint16_t subcommand, uint32_t block_offset,
     return rc;
 }
 
+// Sends an image in order, and nothing behind a piece that was not taken.
+int send_pieces(_pd_info* pd, uint8_t* image, uint32_t size, uint32_t chunk, uint16_t mode,
+                piece_sender* send) {
+    const uint16_t count = count_chunks(size, chunk);
+    int rc = path_of(pd->ctrl).opens_for_pieces && !open_node(pd) ? int{RESULT_NO_HANDLE} : 0;
+    uint32_t offset = 0;
+    for (uint32_t i = 0; i < count && rc == 0; ++i) {
+        const uint32_t length = std::min(chunk, size - offset);
+        rc = send(pd, mode, {i, count, offset, length, chunk, size}, image + offset);
+        offset += length;
+        progress_sent(offset, size);
+        held_signal();
+    }
+    close_node(pd);
+    return rc;
+}
+
 int download_image(_pd_info* pd, uint8_t* image, uint32_t size) {
-    if (pd->protocol == PD_PROTOCOL_SAS) {
-        return flash_disk_fw_sas(pd, image, size, write_buffer_offsets, download_chunk);
+    switch (drive_kind(pd->protocol)) {
+        case DRIVE_SAS:
+            return flash_disk_fw_sas(pd, image, size, write_buffer_offsets, download_chunk);
+        case DRIVE_SATA:
+            return flash_disk_fw_ata(pd, image, size, download_microcode_offsets, download_chunk);
+        case DRIVE_NVME:
+            return flash_disk_fw_nvme(pd, image, size);
+        default:
+            return 0;
     }
-    if (is_sata_family(pd->protocol)) {
-        return flash_disk_fw_ata(pd, image, size, download_microcode_offsets, download_chunk);
-    }
-    return pd->protocol == PD_PROTOCOL_NVME ? flash_disk_fw_nvme(pd, image, size) : 0;
 }
 
 // At a page boundary, from which the NVMe download can send without a copy of its own.
@@ -119,7 +132,34 @@ bool may_begin() {
     return held_signal() == 0;
 }
 
-int flash_host_pd(_pd_info* pd, const char* path, uint16_t wait_time) {
+}  // namespace
+
+int flash_pd_fw(_pd_info* pd, profile_record* record) {
+    TRACE_PRINT("Entering %s", __func__);
+    const image_path path = make_image_path(record);
+    TRACE_PRINT("filename:%s", image_directory);
+    TRACE_PRINT("filename:%s", path.text);
+    int rc = RESULT_CONTROLLER_REFUSES;
+    if (may_begin()) {
+        rc = path_of(pd->ctrl).download(pd, path.text, record->wait_time);
+    }
+    TRACE_PRINT("Exiting %s, rc = %d", __func__, rc);
+    return rc;
+}
+
+int check_pd_fw(const _pd_info* pd, const profile_record* record) {
+    TRACE_PRINT("Entering %s", __func__);
+    std::FILE* file = nullptr;
+    uint32_t size = 0;
+    const int rc = open_image(make_image_path(record).text, image_rule_of(pd), &file, &size);
+    if (rc == 0) {
+        std::fclose(file);
+    }
+    TRACE_PRINT("Exiting %s, rc = %d", __func__, rc);
+    return rc;
+}
+
+int download_host(_pd_info* pd, const char* path, uint16_t wait_time) {
     std::FILE* file = nullptr;
     uint32_t size = 0;
     int rc = open_image(path, image_rule_of(pd), &file, &size);
@@ -142,44 +182,14 @@ int flash_host_pd(_pd_info* pd, const char* path, uint16_t wait_time) {
     return rc;
 }
 
-int download(_pd_info* pd, const char* path, uint16_t wait_time) {
+int download_avago(_pd_info* pd, const char* path, uint16_t /*wait_time*/) {
     const _ctrl_info* ctrl = pd->ctrl;
-    switch (ctrl->vendor) {
-        case VENDOR_MV:
-            return flash_pd_fw_mv(pd, path);
-        case VENDOR_AVAGO:
-            return FlashPdFW_BRCM(ctrl->ctrl_id, static_cast<uint16_t>(ctrl->type), pd->device_id, path,
-                                  write_buffer_offsets);
-        default:
-            return flash_host_pd(pd, path, wait_time);
-    }
+    return FlashPdFW_BRCM(ctrl->ctrl_id, static_cast<uint16_t>(ctrl->type), pd->device_id, path,
+                          write_buffer_offsets);
 }
 
-}  // namespace
-
-int flash_pd_fw(_pd_info* pd, profile_record* record) {
-    TRACE_PRINT("Entering %s", __func__);
-    const image_path path = make_image_path(record);
-    TRACE_PRINT("filename:%s", image_directory);
-    TRACE_PRINT("filename:%s", path.text);
-    int rc = RESULT_CONTROLLER_REFUSES;
-    if (may_begin()) {
-        rc = download(pd, path.text, record->wait_time);
-    }
-    TRACE_PRINT("Exiting %s, rc = %d", __func__, rc);
-    return rc;
-}
-
-int check_pd_fw(const _pd_info* pd, const profile_record* record) {
-    TRACE_PRINT("Entering %s", __func__);
-    std::FILE* file = nullptr;
-    uint32_t size = 0;
-    const int rc = open_image(make_image_path(record).text, image_rule_of(pd), &file, &size);
-    if (rc == 0) {
-        std::fclose(file);
-    }
-    TRACE_PRINT("Exiting %s, rc = %d", __func__, rc);
-    return rc;
+int download_mv(_pd_info* pd, const char* path, uint16_t /*wait_time*/) {
+    return flash_pd_fw_mv(pd, path);
 }
 
 int flash_disk_fw_sas(_pd_info* pd, uint8_t* image, uint32_t size, uint16_t mode, uint32_t chunk) {
@@ -189,22 +199,7 @@ int flash_disk_fw_sas(_pd_info* pd, uint8_t* image, uint32_t size, uint16_t mode
     } else if (mode == write_buffer_offsets) {
         chunk = download_chunk;
     }
-    const uint16_t count = count_chunks(size, chunk);
-    int rc = open_host_drive(pd) ? 0 : static_cast<int>(RESULT_NO_HANDLE);
-    uint32_t offset = 0;
-    for (uint16_t i = 0; i < count && rc == 0; ++i) {
-        const uint32_t remaining = size - offset;
-        const uint32_t length = chunk < remaining ? chunk : remaining;
-        TRACE_PRINT("Drive Type:%d, FSIZE:%lXh %d of %d, offset=%lXh, count:%lXh,wfs:%lXh",
-                    static_cast<int>(pd->protocol), static_cast<unsigned long>(size), i + 1, count,
-                    static_cast<unsigned long>(offset), static_cast<unsigned long>(length),
-                    static_cast<unsigned long>(remaining));
-        rc = write_buffer(pd, mode, offset, image + offset, length);
-        offset += length;
-        progress_sent(offset, size);
-        held_signal();
-    }
-    close_drive(pd);
+    const int rc = send_pieces(pd, image, size, chunk, mode, write_buffer);
     TRACE_PRINT("Exiting %s, rc = %xh", __func__, static_cast<unsigned int>(rc));
     return rc;
 }
@@ -216,24 +211,8 @@ uint16_t flash_disk_fw_ata(_pd_info* pd, uint8_t* image, uint32_t size, uint16_t
     } else {
         subcommand = download_microcode_offsets;
     }
-    const uint16_t count = count_chunks(size, chunk);
-    int rc = open_host_drive(pd) ? 0 : static_cast<int>(RESULT_NO_HANDLE);
-    uint32_t offset = 0;
-    uint32_t block_offset = 0;
-    for (uint16_t i = 0; i < count && rc == 0; ++i) {
-        const uint32_t remaining = size - offset;
-        const uint32_t length = chunk < remaining ? chunk : remaining;
-        TRACE_PRINT("SATA:%d of %d Size=%lXh FSize=%lXh Offset:%lXh", i + 1, count,
-                    static_cast<unsigned long>(length), static_cast<unsigned long>(size),
-                    static_cast<unsigned long>(offset));
-        rc = download_microcode(pd, subcommand, block_offset, image + offset, length);
-        offset += length;
-        block_offset += count_blocks(length);
-        progress_sent(offset, size);
-        held_signal();
-    }
-    close_drive(pd);
-    // 16 bits of a code that is not 0 may be: a failure stays one.
+    const int rc = send_pieces(pd, image, size, chunk, subcommand, download_microcode);
+    // A failure stays one where the low 16 bits of its code are 0.
     const auto low = static_cast<uint16_t>(rc);
     const uint16_t result = rc != 0 && low == 0 ? 1 : low;
     TRACE_PRINT("Exiting %s, rc = %d", __func__, result);
@@ -242,12 +221,8 @@ uint16_t flash_disk_fw_ata(_pd_info* pd, uint8_t* image, uint32_t size, uint16_t
 
 int flash_disk_fw_nvme(_pd_info* pd, uint8_t* image, uint32_t size) {
     TRACE_PRINT("Entering %s", __func__);
-    int rc = RESULT_NO_HANDLE;
-    pd->handle = get_handle(pd->dev_name);
-    if (pd->handle != 0) {
-        rc = nvme_update_fw(pd->handle, image, size);
-    }
-    close_drive(pd);
+    const int rc = open_node(pd) ? nvme_update_fw(pd->handle, image, size) : int{RESULT_NO_HANDLE};
+    close_node(pd);
     TRACE_PRINT("Exiting %s, rc = %d", __func__, rc);
     return rc;
 }

@@ -15,6 +15,11 @@ namespace mirvok {
 // cannot be sent whole.
 int flash_pd_fw(_pd_info* pd, profile_record* record);
 
+// The downloads of the paths: of the image file at `path`, with the same results. Only the first one waits.
+int download_host(_pd_info* pd, const char* path, uint16_t wait_time);
+int download_avago(_pd_info* pd, const char* path, uint16_t wait_time);
+int download_mv(_pd_info* pd, const char* path, uint16_t wait_time);
+
 // Examines the record's image as the download to this drive would before it sends anything. Returns 0 or a
 // result code.
 int check_pd_fw(const _pd_info* pd, const profile_record* record);

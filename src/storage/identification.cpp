@@ -9,8 +9,9 @@
 #include "common/text.h"
 #include "profiles/drive_sizes.h"
 #include "raid/storelib_devices.h"
+#include "storage/drive_node.h"
+#include "storage/drive_paths.h"
 #include "transport/command_results.h"
-#include "transport/host_device.h"
 #include "transport/nvme_data.h"
 #include "transport/routing.h"
 #include "transport/scsi_ata_data.h"
@@ -73,16 +74,6 @@ int read_nvme(_pd_info* pd, uint16_t code, uint16_t selector, void* data, uint32
     return rc != 0 ? rc : send_nvme_command(pd, code, &in, &out);
 }
 
-bool open_drive(_pd_info* pd) {
-    pd->handle = get_handle(pd->dev_name);
-    return pd->handle != 0;
-}
-
-void close_drive(_pd_info* pd) {
-    close_handle(pd->handle);
-    pd->handle = 0;
-}
-
 int identify_sata(_pd_info* pd) {
     const int rc = get_pd_indentify(pd);
     return rc != 0 ? rc : get_pd_inquery_b0(pd);
@@ -97,52 +88,6 @@ int identify_nvme_by_scsi(_pd_info* pd) {
 int identify_sas(_pd_info* pd) {
     const int rc = get_pd_inquery_c4(pd);
     return rc != 0 ? rc : get_pd_capacity(pd);
-}
-
-int identify_avago(_pd_info* pd) {
-    get_pd_info_avago(pd);
-    const int rc = get_pd_inquery_0(pd);
-    if (rc == 0 && pd->protocol == PD_PROTOCOL_SAS) {
-        return identify_sas(pd);
-    }
-    if (rc == 0 && pd->protocol == PD_PROTOCOL_SATA) {
-        return identify_sata(pd);
-    }
-    return rc;
-}
-
-int identify_host(_pd_info* pd) {
-    if (!open_drive(pd)) {
-        return 0;
-    }
-    int rc = get_pd_inquery_0(pd);
-    const bool sata = pd->protocol == PD_PROTOCOL_SATA || pd->protocol == PD_PROTOCOL_SATA_OTHER;
-    if (sata) {
-        rc = identify_sata(pd);
-    } else if (pd->protocol == PD_PROTOCOL_NVME) {
-        rc = identify_nvme_by_scsi(pd);
-    }
-    close_drive(pd);
-    if (sata && rc != 0) {
-        TRACE_PRINT("get identify fail.");
-        rc = RESULT_IDENTIFY_FAILED;
-    }
-    return rc;
-}
-
-int identify_nvme(_pd_info* pd) {
-    if (!open_drive(pd)) {
-        return 0;
-    }
-    int rc = get_nvme_identify(pd);
-    if (rc != 0) {
-        TRACE_PRINT("NVME get identify fail");
-        rc = get_pd_inquery_0(pd);
-    } else {
-        rc = get_nvme_log(pd);
-    }
-    close_drive(pd);
-    return rc;
 }
 
 void take_vendor_page(_pd_info* pd, const nvme_device_info& info) {
@@ -165,26 +110,54 @@ void take_vendor_page(_pd_info* pd, const nvme_device_info& info) {
 
 int get_pd_information(_pd_info* pd) {
     TRACE_PRINT("Entering %s", __func__);
-    int rc = 0;
-    switch (pd->ctrl->vendor) {
-        case VENDOR_AVAGO:
-            rc = identify_avago(pd);
-            break;
-        case VENDOR_HOST:
-        case VENDOR_CSMI:
-            rc = identify_host(pd);
-            break;
-        case VENDOR_MV:
-            rc = identify_sata(pd);
-            break;
-        case VENDOR_NVME:
-            rc = identify_nvme(pd);
-            break;
-        default:
-            break;
-    }
+    const int rc = path_of(pd->ctrl).identify(pd);
     TRACE_PRINT("Exiting %s, rc = %d", __func__, rc);
     return rc;
+}
+
+int identify_avago(_pd_info* pd) {
+    get_pd_info_avago(pd);
+    const int rc = get_pd_inquery_0(pd);
+    if (rc != 0) {
+        return rc;
+    }
+    switch (drive_kind(pd->protocol)) {
+        case DRIVE_SAS:
+            return identify_sas(pd);
+        case DRIVE_SATA:
+            return identify_sata(pd);
+        default:
+            return rc;
+    }
+}
+
+int identify_mv(_pd_info* pd) {
+    return identify_sata(pd);
+}
+
+int identify_host(_pd_info* pd) {
+    bool sata = false;
+    const int rc = with_open_node(pd, 0, [pd, &sata] {
+        const int inquiry = get_pd_inquery_0(pd);
+        const drive_kind_t kind = drive_kind(pd->protocol);
+        sata = kind == DRIVE_SATA;
+        return sata ? identify_sata(pd) : kind == DRIVE_NVME ? identify_nvme_by_scsi(pd) : inquiry;
+    });
+    if (sata && rc != 0) {
+        TRACE_PRINT("get identify fail.");
+        return RESULT_IDENTIFY_FAILED;
+    }
+    return rc;
+}
+
+int identify_nvme(_pd_info* pd) {
+    return with_open_node(pd, 0, [pd] {
+        if (get_nvme_identify(pd) == 0) {
+            return get_nvme_log(pd);
+        }
+        TRACE_PRINT("NVME get identify fail");
+        return get_pd_inquery_0(pd);
+    });
 }
 
 int get_pd_inquery_0(_pd_info* pd) {

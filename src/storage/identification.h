@@ -9,6 +9,12 @@ namespace mirvok {
 // alone; with every other result the drive goes on with the fields that it has.
 int get_pd_information(_pd_info* pd);
 
+// The ways of the paths, with the same results.
+int identify_avago(_pd_info* pd);
+int identify_mv(_pd_info* pd);
+int identify_host(_pd_info* pd);
+int identify_nvme(_pd_info* pd);
+
 // Each sends its commands along the drive's path and returns the send result, 0 for success. On the host and
 // NVMe paths the drive's handle must be open.
 int get_pd_inquery_0(_pd_info* pd);

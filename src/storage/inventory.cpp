@@ -8,23 +8,12 @@
 #include "raid/marvell_library.h"
 #include "raid/storelib_devices.h"
 #include "raid/storelib_library.h"
+#include "storage/drive_paths.h"
 #include "transport/host_scan.h"
 
 namespace mirvok {
 
 namespace {
-
-struct drive_listing {
-    uint32_t vendor;
-    int (*list)(_ctrl_info* ctrl, _pd_info* pd, uint32_t max);
-    uint32_t cap;  // the most drives that one controller of this path lists
-};
-
-constexpr drive_listing drive_listings[] = {
-    {VENDOR_HOST, get_pd_list_host, 64}, {VENDOR_AVAGO, get_pd_list_avago, 512},
-    {VENDOR_MV, get_pd_list_mv, 2},      {VENDOR_CSMI, get_pd_list_csmi, 10},
-    {VENDOR_NVME, get_pd_list_nvme, 64},
-};
 
 // Both tables start the process zero-filled: the first build need not touch memory that it may never use.
 void clear_tables() {
@@ -49,14 +38,10 @@ void append_pseudo_controller(_storage_lib* lib, uint32_t vendor, ctrl_type_t ty
     ++lib->ctrl_count;
 }
 
-// Returns the listing's result, or `rc` where the controller's path has none.
-int list_drives(_storage_lib* lib, _ctrl_info* ctrl, int rc) {
+int list_drives(_storage_lib* lib, _ctrl_info* ctrl) {
+    const drive_path& path = path_of(ctrl);
     const uint32_t free = lib->max_pd_count - lib->pd_count;
-    for (const drive_listing& row : drive_listings) {
-        if (row.vendor == ctrl->vendor) {
-            rc = row.list(ctrl, lib->pd_list + lib->pd_count, free < row.cap ? free : row.cap);
-        }
-    }
+    const int rc = path.list(ctrl, lib->pd_list + lib->pd_count, free < path.cap ? free : path.cap);
     lib->pd_count += ctrl->pd_count;
     TRACE_PRINT("ctrl id: %d, vendor:%d, type:%d, pd_count:%d, storage_pd_count:%d",
                 static_cast<int>(ctrl->ctrl_num), static_cast<int>(ctrl->vendor),
@@ -162,7 +147,7 @@ int get_pd_list(_storage_lib* lib) {
     TRACE_PRINT("Entering %s", __func__);
     int rc = 0;
     for (uint32_t i = 0; i < lib->ctrl_count; ++i) {
-        rc = list_drives(lib, &lib->ctrl_list[i], rc);
+        rc = list_drives(lib, &lib->ctrl_list[i]);
     }
     TRACE_PRINT("Exiting %s, rc = %d", __func__, rc);
     return rc;

@@ -93,12 +93,18 @@ uint16_t is_veltra_disk(_pd_info* pd) {
     TRACE_PRINT("Entering %s", __func__);
     TRACE_PRINT("Vendor ID:%s", pd->vendor_id);
     bool veltra = false;
-    if (pd->protocol == PD_PROTOCOL_SAS) {
-        veltra = begins_with_any(pd->vendor_id, sas_vendorIDs);
-    } else if (is_sata_family(pd->protocol)) {
-        veltra = begins_with_any(pd->vendor_id, sata_vendorIDs);
-    } else {
-        veltra = pd->protocol == PD_PROTOCOL_NVME;
+    switch (drive_kind(pd->protocol)) {
+        case DRIVE_SAS:
+            veltra = begins_with_any(pd->vendor_id, sas_vendorIDs);
+            break;
+        case DRIVE_SATA:
+            veltra = begins_with_any(pd->vendor_id, sata_vendorIDs);
+            break;
+        case DRIVE_NVME:
+            veltra = true;
+            break;
+        case DRIVE_OTHER:
+            break;
     }
     const uint16_t rc = veltra ? 0 : 1;
     TRACE_PRINT("Exiting %s, rc = %d", __func__, rc);
@@ -107,7 +113,7 @@ uint16_t is_veltra_disk(_pd_info* pd) {
 
 int check_serial_number(_pd_info* pd) {
     TRACE_PRINT("Entering %s", __func__);
-    if (pd->protocol == PD_PROTOCOL_SATA) {
+    if (lends_serial(pd->protocol)) {
         substitute_serial_number(pd);
     }
     const size_t part_number_length = std::strlen(pd->part_number);

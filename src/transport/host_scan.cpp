@@ -29,7 +29,7 @@ struct unopened_nodes {
 unopened_nodes unopened = {};
 
 // Opens a node for its listing. A node that is not there, or whose device is gone, is nothing to speak of.
-uint32_t open_node(const char* name) {
+uint32_t probe_node(const char* name) {
     const uint32_t handle = get_handle(name);
     const int error = errno;
     if (handle == 0 && error != ENOENT && error != ENODEV && error != ENXIO) {
@@ -63,7 +63,7 @@ int inquire(_pd_info* pd) {
 }
 
 bool is_listed(const _pd_info* pd, int inquiry_result) {
-    if (inquiry_result != 0 || pd->protocol != PD_PROTOCOL_SATA) {
+    if (inquiry_result != 0 || drive_kind(pd->protocol) != DRIVE_SATA) {
         return false;
     }
     if (begins_with(pd->product_id, virtual_disk_product)) {
@@ -88,7 +88,7 @@ int get_pd_list_host(_ctrl_info* ctrl, _pd_info* pd, uint32_t max) {
     for (uint32_t i = 0; i < max; ++i) {
         *pd = {};
         name_node(pd, "/dev/sg", i);
-        pd->handle = open_node(pd->dev_name);
+        pd->handle = probe_node(pd->dev_name);
         bool listed = false;
         if (pd->handle != 0) {
             pd->ctrl = ctrl;
@@ -112,7 +112,7 @@ int get_pd_list_nvme(_ctrl_info* ctrl, _pd_info* pd, uint32_t max) {
     TRACE_PRINT("Entering %s", __func__);
     for (uint32_t i = 0; i < max; ++i) {
         name_node(pd, "/dev/nvme", i);
-        const uint32_t handle = open_node(pd->dev_name);
+        const uint32_t handle = probe_node(pd->dev_name);
         if (handle == 0) {
             *pd = {};
             continue;

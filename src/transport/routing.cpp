@@ -1,5 +1,8 @@
 #include "transport/routing.h"
 
+#include <algorithm>
+#include <iterator>
+
 #include "common/diagnostics.h"
 #include "raid/marvell_devices.h"
 #include "raid/storelib_devices.h"
@@ -8,6 +11,36 @@
 namespace mirvok {
 
 namespace {
+
+int send_to_node(_pd_info* pd, _scsi_cmd_in* in, _scsi_cmd_out* out) {
+    return scsi_command_host(pd->handle, in, out);
+}
+
+int send_ata_to_node(_pd_info* pd, _ata_cmd_in* in, _ata_cmd_out* out) {
+    return ata_command_host(pd->handle, in, out);
+}
+
+int send_ata_nowhere(_pd_info* /*pd*/, _ata_cmd_in* /*in*/, _ata_cmd_out* /*out*/) {
+    return 0;
+}
+
+// The transport of each access path; null where it carries no such command.
+struct route {
+    uint32_t vendor;
+    int (*scsi)(_pd_info* pd, _scsi_cmd_in* in, _scsi_cmd_out* out);
+    int (*ata)(_pd_info* pd, _ata_cmd_in* in, _ata_cmd_out* out);
+};
+constexpr route routes[] = {
+    {VENDOR_HOST, send_to_node, send_ata_to_node}, {VENDOR_NVME, send_to_node, nullptr},
+    {VENDOR_AVAGO, scsi_passthru_avago, nullptr},  {VENDOR_MV, scsi_passthru_mv, nullptr},
+    {VENDOR_CSMI, nullptr, send_ata_nowhere},
+};
+
+const route* find_route(const _pd_info* pd) {
+    const auto* const found = std::find_if(std::begin(routes), std::end(routes),
+                                           [pd](const route& row) { return row.vendor == pd->ctrl->vendor; });
+    return found != std::end(routes) ? found : nullptr;
+}
 
 // Above this verbosity the data of every command is dumped, with or without the trace log.
 constexpr int verbosity_of_data = 3;
@@ -29,20 +62,11 @@ int send_scsi_command(_pd_info* pd, _scsi_cmd_in* in, _scsi_cmd_out* out) {
     out->received = 0;
     out->refused = true;  // until the route says otherwise
     out->unit_attention = false;
-    switch (pd->ctrl->vendor) {
-        case VENDOR_HOST:
-        case VENDOR_NVME:
-            rc = scsi_command_host(pd->handle, in, out);
-            break;
-        case VENDOR_AVAGO:
-            rc = scsi_passthru_avago(pd, in, out);
-            break;
-        case VENDOR_MV:
-            rc = scsi_passthru_mv(pd, in, out);
-            break;
-        default:
-            TRACE_PRINT("not support");
-            break;
+    const route* way = find_route(pd);
+    if (way != nullptr && way->scsi != nullptr) {
+        rc = way->scsi(pd, in, out);
+    } else {
+        TRACE_PRINT("not support");
     }
     if (rc != 0) {
         TRACE_PRINT("scsi status:%d", static_cast<int>(out->scsi_status));
@@ -89,15 +113,11 @@ int send_nvme_command(_pd_info* pd, uint16_t code, _nvme_cmd_in* in, _nvme_cmd_o
 int send_ata_command(_pd_info* pd, _ata_cmd_in* in, _ata_cmd_out* out) {
     TRACE_PRINT("Entering %s", __func__);
     int rc = 0;
-    switch (pd->ctrl->vendor) {
-        case VENDOR_HOST:
-            rc = ata_command_host(pd->handle, in, out);
-            break;
-        case VENDOR_CSMI:
-            break;
-        default:
-            TRACE_PRINT("not support");
-            break;
+    const route* way = find_route(pd);
+    if (way != nullptr && way->ata != nullptr) {
+        rc = way->ata(pd, in, out);
+    } else {
+        TRACE_PRINT("not support");
     }
     if (rc != 0) {
         dump_data("reg:", out->registers, sizeof(out->registers));
