@@ -10,10 +10,10 @@
 #include "common/diagnostics.h"
 #include "common/progress.h"
 #include "common/signals.h"
-#include "common/text.h"
 #include "profiles/firmware_image.h"
 #include "raid/marvell_library.h"
 #include "transport/command_results.h"
+#include "transport/data_field.h"
 
 namespace mirvok {
 
@@ -29,21 +29,17 @@ constexpr size_t list_returned = 6;   // 16 bits
 constexpr size_t list_entries = 16;
 constexpr uint32_t list_room = 2;  // entries
 
-// Drive entry: offsets, and the room of each text up to the next field.
+// Drive entry: the room of each text reaches up to the next field.
 constexpr size_t entry_size = 248;
-constexpr size_t entry_device_id = 36;  // 16 bits
-constexpr size_t entry_product = 76;
-constexpr size_t entry_product_size = 20;
-constexpr size_t entry_fru = 96;
-constexpr size_t entry_fru_size = 8;
-constexpr size_t entry_device_serial = 116;
-constexpr size_t entry_device_serial_size = 20;
-constexpr size_t entry_revision = 136;
-constexpr size_t entry_revision_size = 7;
-constexpr size_t entry_part_number = 188;
-constexpr size_t entry_part_number_size = 10;
-constexpr size_t entry_serial = 198;
-constexpr size_t entry_serial_size = entry_size - entry_serial;
+namespace entry {
+constexpr size_t device_id = 36;  // 16 bits
+constexpr field product = {76, 20};
+constexpr field fru = {96, 8};
+constexpr field device_serial = {116, 20};
+constexpr field revision = {136, 7};
+constexpr field part_number = {188, 10};
+constexpr field serial = {198, entry_size - 198};
+}  // namespace entry
 static_assert(list_entries + list_room * entry_size <= list_size);
 
 // Pass-through request. Its whole size must fit 16 bits.
@@ -100,15 +96,15 @@ uint8_t get_device(const _pd_info* pd) {
     return static_cast<uint8_t>(pd->device_id);
 }
 
-void take_drive(_pd_info* pd, const uint8_t* entry) {
+void take_drive(_pd_info* pd, const uint8_t* bytes) {
     *pd = {};
-    pd->device_id = load_le16(entry + entry_device_id);
-    copy_field(pd->product_id, entry + entry_product, entry_product_size);
-    copy_field(pd->fru, entry + entry_fru, entry_fru_size);
-    copy_field(pd->device_serial, entry + entry_device_serial, entry_device_serial_size);
-    copy_field(pd->code_level, entry + entry_revision, entry_revision_size);
-    copy_field(pd->part_number, entry + entry_part_number, entry_part_number_size);
-    copy_field(pd->serial_number, entry + entry_serial, entry_serial_size);
+    pd->device_id = load_le16(bytes + entry::device_id);
+    take_field<entry::product>(pd->product_id, bytes);
+    take_field<entry::fru>(pd->fru, bytes);
+    take_field<entry::device_serial>(pd->device_serial, bytes);
+    take_field<entry::revision>(pd->code_level, bytes);
+    take_field<entry::part_number>(pd->part_number, bytes);
+    take_field<entry::serial>(pd->serial_number, bytes);
 }
 
 void fill_request(uint8_t* request, const _scsi_cmd_in* in) {

@@ -2,7 +2,7 @@
 
 #include "common/bytes.h"
 #include "common/diagnostics.h"
-#include "common/text.h"
+#include "transport/data_field.h"
 
 namespace mirvok {
 
@@ -10,11 +10,12 @@ namespace {
 
 namespace controller {
 constexpr size_t pci_vendor = 0;
-constexpr size_t serial = 4, serial_width = 20;
-constexpr size_t model = 24, model_width = 20, whole_model_width = 40;
-constexpr size_t fru = 44, fru_width = 10;
-constexpr size_t dummy = 54, dummy_width = 10;
-constexpr size_t firmware = 64, firmware_width = 8;
+constexpr field serial = {4, 20};
+constexpr field model = {24, 20};
+constexpr field whole_model = {24, 40};
+constexpr field fru = {44, 10};
+constexpr field dummy = {54, 10};
+constexpr field firmware = {64, 8};
 }  // namespace controller
 
 namespace health {
@@ -48,15 +49,15 @@ constexpr size_t page_code = 1;
 constexpr uint8_t code = 0xE0;
 constexpr size_t revision = 2;
 constexpr size_t endurance = 4;
-constexpr size_t serial_11s = 12, serial_11s_width = 8;
-constexpr size_t part_number_11s = 28, part_number_11s_width = 12;
-constexpr size_t dom = 40, dom_width = 7;
-constexpr size_t supplier_serial = 107, supplier_serial_width = 20;
-constexpr size_t manufacturer = 127, manufacturer_width = 24;
-constexpr size_t fru = 151, fru_width = 12;
-constexpr size_t dummy = 163, dummy_width = 12;
-constexpr size_t card_name = 175, card_name_width = 97;
-constexpr size_t part_number_8s = 272, part_number_8s_width = 12;
+constexpr field serial_11s = {12, 8};
+constexpr field part_number_11s = {28, 12};
+constexpr field dom = {40, 7};
+constexpr field supplier_serial = {107, 20};
+constexpr field manufacturer = {127, 24};
+constexpr field fru = {151, 12};
+constexpr field dummy = {163, 12};
+constexpr field card_name = {175, 97};
+constexpr field part_number_8s = {272, 12};
 constexpr size_t activity_led = 284;
 // Pages above this revision carry the fields from the date of manufacture on.
 constexpr uint32_t last_short_revision = 3;
@@ -64,17 +65,17 @@ constexpr uint32_t last_short_revision = 3;
 
 void parse_identify_controller(nvme_device_info* info, const uint8_t* data) {
     TRACE_PRINT("Entering %s", __func__);
-    char model[controller::model_width + 1];
-    copy_field(model, data + controller::model, controller::model_width);
+    char model[controller::model.width + 1];
+    take_field<controller::model>(model, data);
     TRACE_PRINT("MN:%s", model);
     if (get_debug() != 0) {
-        hexDump("mn_pn_fru:", data + controller::model, controller::whole_model_width);
+        hexDump("mn_pn_fru:", data + controller::whole_model.offset, controller::whole_model.width);
     }
-    copy_field(info->fru, data + controller::fru, controller::fru_width);
-    copy_field(info->dummy, data + controller::dummy, controller::dummy_width);
-    copy_trimmed<controller::serial_width>(info->serial_number, data + controller::serial);
-    copy_trimmed<controller::firmware_width>(info->fw_version, data + controller::firmware);
-    copy_trimmed<controller::model_width>(info->model, data + controller::model);
+    take_field<controller::fru>(info->fru, data);
+    take_field<controller::dummy>(info->dummy, data);
+    take_trimmed<controller::serial>(info->serial_number, data);
+    take_trimmed<controller::firmware>(info->fw_version, data);
+    take_trimmed<controller::model>(info->model, data);
     TRACE_PRINT(
         "drive identify,serial number:*%s*,model:*%s*,fru:*%s*,part_number:*%s*,VID:%lXh, FW version:*%s*",
         info->serial_number, info->model, info->fru, info->dummy,
@@ -90,12 +91,12 @@ void parse_identify_namespace(nvme_device_info* info, const uint8_t* data) {
 }
 
 void read_long_vpd_e0(nvme_device_info* info, const uint8_t* data) {
-    copy_trimmed<page_e0::part_number_8s_width>(info->master_pn_8s, data + page_e0::part_number_8s);
-    copy_field(info->dom, data + page_e0::dom, page_e0::dom_width);
-    copy_trimmed<page_e0::manufacturer_width>(info->manufacturer, data + page_e0::manufacturer);
-    copy_trimmed<page_e0::fru_width>(info->fru, data + page_e0::fru);
-    copy_trimmed<page_e0::dummy_width>(info->dummy, data + page_e0::dummy);
-    copy_trimmed<page_e0::card_name_width>(info->card_name, data + page_e0::card_name);
+    take_trimmed<page_e0::part_number_8s>(info->master_pn_8s, data);
+    take_field<page_e0::dom>(info->dom, data);
+    take_trimmed<page_e0::manufacturer>(info->manufacturer, data);
+    take_trimmed<page_e0::fru>(info->fru, data);
+    take_trimmed<page_e0::dummy>(info->dummy, data);
+    take_trimmed<page_e0::card_name>(info->card_name, data);
     const uint8_t led = data[page_e0::activity_led];
     if (led == 0 || led == 0xFF) {
         info->activity_led = led == 0 ? 0 : 1;
@@ -119,11 +120,9 @@ void parse_vpd_e0(nvme_device_info* info, const uint8_t* data) {
         info->e0_available = 1;
         info->revision = data[page_e0::revision];
         TRACE_PRINT("e0_avaliable:%d,revision:%d", info->e0_available, static_cast<int>(info->revision));
-        copy_trimmed<page_e0::serial_11s_width>(info->serial_number_11s, data + page_e0::serial_11s);
-        copy_trimmed<page_e0::supplier_serial_width>(info->serial_number_supplier,
-                                                     data + page_e0::supplier_serial);
-        copy_trimmed<page_e0::part_number_11s_width>(info->master_drive_pn_11s,
-                                                     data + page_e0::part_number_11s);
+        take_trimmed<page_e0::serial_11s>(info->serial_number_11s, data);
+        take_trimmed<page_e0::supplier_serial>(info->serial_number_supplier, data);
+        take_trimmed<page_e0::part_number_11s>(info->master_drive_pn_11s, data);
         TRACE_PRINT(
             "drive information:, "
             "endurance:%d,revision:%d,serial_number_11s:*%s*,serial_number_supplier:*%s*,master_drive_pn_11s:"

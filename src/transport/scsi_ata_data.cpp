@@ -4,20 +4,20 @@
 
 #include "common/bytes.h"
 #include "common/diagnostics.h"
-#include "common/text.h"
 #include "profiles/drive_sizes.h"
+#include "transport/data_field.h"
 
 namespace mirvok {
 
 namespace {
 
 namespace inquiry {
-constexpr size_t vendor = 8, vendor_width = 8;
-constexpr size_t product = 16, product_width = 16;
-constexpr size_t revision = 32, revision_width = 4;
-constexpr size_t serial = 36, serial_width = 8;
-constexpr size_t fru = 114, fru_width = 12;
-constexpr size_t dummy = 136, dummy_width = 12;
+constexpr field vendor = {8, 8};
+constexpr field product = {16, 16};
+constexpr field revision = {32, 4};
+constexpr field serial = {36, 8};
+constexpr field fru = {114, 12};
+constexpr field dummy = {136, 12};
 }  // namespace inquiry
 
 // VPD page C4h and SMART log B0h share their first fields.
@@ -25,11 +25,12 @@ namespace vendor_page {
 constexpr size_t page_code = 1;
 constexpr size_t page_length = 3;
 constexpr size_t revision = 11;
-constexpr size_t serial = 12, serial_width = 8;
-constexpr size_t supplier_serial = 20, supplier_serial_width = 8;
-constexpr size_t part_number = 28, part_number_width = 12;
-constexpr size_t label_8s = 40, label_11s = 70, label_width = 29;
-constexpr size_t part_number_8s = 107, part_number_8s_width = 12;
+constexpr field serial = {12, 8};
+constexpr field supplier_serial = {20, 8};
+constexpr field part_number = {28, 12};
+constexpr field label_8s = {40, 29};
+constexpr field label_11s = {70, 29};
+constexpr field part_number_8s = {107, 12};
 
 constexpr uint8_t code_c4 = 0xC4;
 constexpr uint8_t code_b0 = 0xB0;
@@ -47,14 +48,14 @@ namespace identify {
 constexpr size_t word(size_t number) {
     return number * 2;
 }
-constexpr size_t text = word(10), text_width = 92;
-constexpr size_t serial = word(10) - text, serial_width = 20;
-constexpr size_t firmware = word(23) - text, firmware_width = 8;
-constexpr size_t model = word(27) - text;
-constexpr size_t product = model, product_width = 20;
-constexpr size_t fru = model + 20, fru_width = 8;
-constexpr size_t dummy = model + 28, dummy_width = 8;
-constexpr size_t vendor = model + 36, vendor_width = 4;
+constexpr field text = {word(10), 92};
+constexpr field serial = {word(10) - text.offset, 20};
+constexpr field firmware = {word(23) - text.offset, 8};
+constexpr size_t model = word(27) - text.offset;
+constexpr field product = {model, 20};
+constexpr field fru = {model + 20, 8};
+constexpr field dummy = {model + 28, 8};
+constexpr field vendor = {model + 36, 4};
 constexpr size_t sectors = word(100);
 }  // namespace identify
 
@@ -78,7 +79,7 @@ void parse_inquery(_pd_info* pd, const void* data, uint32_t /*length*/) {
         TRACE_PRINT("Exiting %s", __func__);
         return;
     }
-    const uint8_t* vendor = page + inquiry::vendor;
+    const uint8_t* vendor = page + inquiry::vendor.offset;
     if (std::memcmp(vendor, "ATA ", 4) == 0) {
         pd->protocol = PD_PROTOCOL_SATA;
     } else if (std::memcmp(vendor, "NVMe ", 5) == 0) {
@@ -86,16 +87,16 @@ void parse_inquery(_pd_info* pd, const void* data, uint32_t /*length*/) {
         TRACE_PRINT("drive is NVMe");
     } else {
         pd->protocol = PD_PROTOCOL_SAS;
-        copy_field(pd->vendor_id, vendor, inquiry::vendor_width);
+        take_field<inquiry::vendor>(pd->vendor_id, page);
     }
-    copy_field(pd->product_id, page + inquiry::product, inquiry::product_width);
-    copy_trimmed<inquiry::revision_width>(pd->code_level, page + inquiry::revision);
-    copy_trimmed<inquiry::serial_width>(pd->device_serial, page + inquiry::serial);
-    copy_trimmed<inquiry::fru_width>(pd->fru, page + inquiry::fru);
-    char dummy[inquiry::dummy_width + 1];
-    copy_field(dummy, page + inquiry::dummy, inquiry::dummy_width);
+    take_field<inquiry::product>(pd->product_id, page);
+    take_trimmed<inquiry::revision>(pd->code_level, page);
+    take_trimmed<inquiry::serial>(pd->device_serial, page);
+    take_trimmed<inquiry::fru>(pd->fru, page);
+    char dummy[inquiry::dummy.width + 1];
+    take_field<inquiry::dummy>(dummy, page);
     TRACE_PRINT("dumm:%s", dummy);
-    copy_trimmed<inquiry::dummy_width>(pd->dummy, page + inquiry::dummy);
+    take_trimmed<inquiry::dummy>(pd->dummy, page);
     TRACE_PRINT(
         "drive information, code level:*%s*,serial_number:*%s*,fru:*%s*,part_number:*%s*,pid:*%s*, "
         "vendorID:%s",
@@ -115,21 +116,21 @@ bool is_accepted_c4(uint8_t revision, uint8_t page_length) {
 }
 
 void read_vpd_c4(_pd_info* pd, const uint8_t* page, uint8_t revision) {
-    char supplier_serial[vendor_page::supplier_serial_width + 1];
+    char supplier_serial[vendor_page::supplier_serial.width + 1];
     pd->c4_valid = 1;
-    copy_trimmed<vendor_page::part_number_width>(pd->part_number, page + vendor_page::part_number);
-    copy_trimmed<vendor_page::serial_width>(pd->serial_number, page + vendor_page::serial);
-    copy_trimmed<vendor_page::supplier_serial_width>(supplier_serial, page + vendor_page::supplier_serial);
+    take_trimmed<vendor_page::part_number>(pd->part_number, page);
+    take_trimmed<vendor_page::serial>(pd->serial_number, page);
+    take_trimmed<vendor_page::supplier_serial>(supplier_serial, page);
     TRACE_PRINT("part_number_master:*%s*,size:%d,serial_number_11s:*%s*,serial_number_supplier:*%s*",
                 pd->part_number, static_cast<int>(std::strlen(pd->part_number)), pd->serial_number,
                 supplier_serial);
     TRACE_PRINT("drive part number: *%s*", pd->part_number);
     copy_text(pd->part_number_8s, "");
     if (revision == 2) {
-        char label_8s[vendor_page::label_width + 1];
-        char label_11s[vendor_page::label_width + 1];
-        copy_trimmed<vendor_page::label_width>(label_8s, page + vendor_page::label_8s);
-        copy_trimmed<vendor_page::label_width>(label_11s, page + vendor_page::label_11s);
+        char label_8s[vendor_page::label_8s.width + 1];
+        char label_11s[vendor_page::label_11s.width + 1];
+        take_trimmed<vendor_page::label_8s>(label_8s, page);
+        take_trimmed<vendor_page::label_11s>(label_11s, page);
         TRACE_PRINT("label_8s:*%s*,label_11s:*%s*", label_8s, label_11s);
     }
 }
@@ -162,10 +163,9 @@ uint32_t parse_vpd_b0(_pd_info* pd, const void* data, uint32_t /*length*/) {
     if (page[vendor_page::page_code] != vendor_page::code_b0) {
         rc = RESULT_WRONG_PAGE;
     } else {
-        copy_trimmed<vendor_page::serial_width>(pd->serial_number, page + vendor_page::serial);
-        copy_trimmed<vendor_page::part_number_width>(pd->part_number, page + vendor_page::part_number);
-        copy_trimmed<vendor_page::part_number_8s_width>(pd->part_number_8s,
-                                                        page + vendor_page::part_number_8s);
+        take_trimmed<vendor_page::serial>(pd->serial_number, page);
+        take_trimmed<vendor_page::part_number>(pd->part_number, page);
+        take_trimmed<vendor_page::part_number_8s>(pd->part_number_8s, page);
         pd->b0_valid = 1;
         TRACE_PRINT("drive part number: *%s*, serial number:*%s*,8s part number:*%s*", pd->part_number,
                     pd->serial_number, pd->part_number_8s);
@@ -180,10 +180,10 @@ void parse_identify(_pd_info* pd, const void* data, uint32_t length) {
     pd->smart_enabled = 0;
     pd->smart_supported = 0;
     // ATA text has the first character of each pair in the high byte of its word.
-    uint8_t text[identify::text_width];
+    uint8_t text[identify::text.width];
     for (size_t i = 0; i < sizeof(text); i += 2) {
-        text[i] = page[identify::text + i + 1];
-        text[i + 1] = page[identify::text + i];
+        text[i] = page[identify::text.offset + i + 1];
+        text[i + 1] = page[identify::text.offset + i];
     }
     if (get_debug() != 0) {
         hexDump("ata reversed:", text, sizeof(text));
@@ -193,12 +193,12 @@ void parse_identify(_pd_info* pd, const void* data, uint32_t length) {
     TRACE_PRINT("lbal: %lXh, lbah:%lXh", static_cast<unsigned long>(sectors_low),
                 static_cast<unsigned long>(sectors_high));
     find_drive_size1(sectors_low, sectors_high, &pd->size);
-    copy_trimmed<identify::product_width>(pd->product_id, text + identify::product);
-    copy_trimmed<identify::firmware_width>(pd->code_level, text + identify::firmware);
-    copy_trimmed<identify::fru_width>(pd->fru, text + identify::fru);
-    copy_trimmed<identify::dummy_width>(pd->dummy, text + identify::dummy);
-    copy_trimmed<identify::serial_width>(pd->device_serial, text + identify::serial);
-    copy_trimmed<identify::vendor_width>(pd->vendor_id, text + identify::vendor);
+    take_trimmed<identify::product>(pd->product_id, text);
+    take_trimmed<identify::firmware>(pd->code_level, text);
+    take_trimmed<identify::fru>(pd->fru, text);
+    take_trimmed<identify::dummy>(pd->dummy, text);
+    take_trimmed<identify::serial>(pd->device_serial, text);
+    take_trimmed<identify::vendor>(pd->vendor_id, text);
     pd->smart_enabled = is_smart_enabled(data, length);
     pd->smart_supported = is_smart_supported(data, length);
     TRACE_PRINT(
