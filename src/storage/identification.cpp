@@ -278,8 +278,9 @@ int get_nvme_identify(_pd_info* pd) {
     uint8_t data[nvme_identify_size];
     nvme_device_info info = {};
     int rc = read_nvme(pd, NVME_IDENTIFY_CONTROLLER, 0, data, sizeof(data));
-    // The driver does not tell how much came into the cleared buffer.
-    if (rc == 0 && count_up_to_zeros(data, sizeof(data)) < controller_needed) {
+    // The driver does not tell how much came into the cleared buffer: zeros from there on are none.
+    constexpr uint32_t last_needed = controller_needed - 1;
+    if (rc == 0 && is_zero(data + last_needed, sizeof(data) - last_needed)) {
         rc = brought_nothing;
     }
     if (rc == 0) {

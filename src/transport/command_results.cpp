@@ -1,5 +1,7 @@
 #include "transport/command_results.h"
 
+#include <algorithm>
+
 namespace mirvok {
 
 namespace {
@@ -39,8 +41,13 @@ uint32_t count_up_to_zeros(const void* data, uint32_t length) {
     return length;
 }
 
+bool is_zero(const void* data, uint32_t length) {
+    const auto* bytes = static_cast<const uint8_t*>(data);
+    return std::all_of(bytes, bytes + length, [](uint8_t byte) { return byte == 0; });
+}
+
 bool has_data_up_to(uint32_t end, const void* data, uint32_t received) {
-    return received >= end && count_up_to_zeros(data, received) > 0;
+    return received >= end && !is_zero(data, received);
 }
 
 }  // namespace mirvok

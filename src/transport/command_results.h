@@ -21,6 +21,9 @@ bool is_unit_attention(uint8_t status, const uint8_t* sense);
 // Bytes of `data` up to the last one that is not zero: what came, where nothing else tells.
 uint32_t count_up_to_zeros(const void* data, uint32_t length);
 
+// Whether `length` bytes are all zero.
+bool is_zero(const void* data, uint32_t length);
+
 // Whether data came at all, zeros being none, and reach to `end`.
 bool has_data_up_to(uint32_t end, const void* data, uint32_t received);
 
