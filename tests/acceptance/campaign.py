@@ -244,7 +244,7 @@ def report_lapses(run, words):
     report, drives, operation = run.report, run.report["drives"], "check" if "--check" in words else words[0]
     counts = collections.Counter(drive["flash"]["outcome"] for drive in drives if "flash" in drive)
     counts.update({"M2": "SATA"}.get(d["protocol"], d["protocol"]) if operation == "smart" else d["protocol"] for d in drives)
-    nothing = not drives and all(left["reason"] == "not_selected" for left in report["left_out"])
+    nothing = run.status < 128 and not drives and all(left["reason"] == "not_selected" for left in report["left_out"])
     status = 2 if nothing else 3 if counts["failed"] else int(counts["due"] > 0)
     status = {"find": 0, "smart": 5 * nothing}.get(operation, status)
     counts["N"] = len(drives)
@@ -355,12 +355,15 @@ def work(options, worker, seeds):
             row = rng.choice(base.report["drives"])
             words = [*words, "-a", f"{row['controller']}", "-s", f"{row['device_id']}"]
             base = judged(f"{seed}.0", machine, words, [], None)
-        calls = list(machine.faults(base.journal)) if base.report else []
-        trials = [[fault] for call in calls for fault in call] if options.every else []
+        calls = collections.defaultdict(list)  # by their subject and command, so that no image's pieces outweigh the rest
+        for call in machine.faults(base.journal) if base.report else []:
+            calls[call[0].get("drive"), call[0].get("library"), call[0]["command"]].append(call)
+        trials = [[fault] for alike in calls.values() for call in alike for fault in call] if options.every else []
         for _ in range(RUNS_PER_SEED - 1 if calls and not trials else 0):
             drive = rng.choice(list(machine.drives))  # faults that meet do more harm
-            near = [call for call in calls if call[0].get("drive") == drive] or calls
-            drawn = (rng.choice(rng.choice(near if rng.random() < 0.7 else calls)) for _ in range(rng.choice([1, 2, 2, 3])))
+            near = [alike for (subject, _, _), alike in calls.items() if subject == drive] or list(calls.values())
+            drawn = (rng.choice(rng.choice(rng.choice(near if rng.random() < 0.7 else list(calls.values()))))
+                     for _ in range(rng.choice([1, 2, 2, 3])))
             trials.append([fault | {"count": rng.choice([1, 1, 1, 2, 0])} for fault in drawn])
         for number, faults in enumerate(trials, 1):
             judged(f"{seed}.{number}", machine, words, faults, base)
