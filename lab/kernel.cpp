@@ -4,7 +4,6 @@
 #include <sched.h>
 #include <sys/file.h>
 #include <sys/mount.h>
-#include <sys/prctl.h>
 #include <sys/stat.h>
 #include <sys/sysmacros.h>
 #include <sys/wait.h>
@@ -159,10 +158,10 @@ int open_device(const fs::path& dev) {
     return descriptor;
 }
 
-void unplug(const std::string& node, const std::string& path) {
-    std::thread([node, path] {
+void unplug(const std::string& node, const std::function<void()>& remove) {
+    std::thread([node, remove] {
         unlink(node.c_str());
-        write_file(path, "1");
+        remove();
     }).detach();
 }
 
@@ -178,7 +177,8 @@ int run_behind_kernel(const fs::path& home, const std::function<void()>& start) 
         sigaddset(&awaited, number);
     }
     pthread_sigmask(SIG_BLOCK, &awaited, &before);
-    std::signal(SIGPIPE, SIG_IGN);
+    auto* const on_size_limit = std::signal(SIGXFSZ, SIG_IGN);  // the program's limit, not the lab's
+    auto* const on_broken_pipe = std::signal(SIGPIPE, SIG_IGN);
     hide_nodes(home / "dev");
     if (!fs::exists("/sys/kernel/config/target")) {
         mount("lab", "/sys/kernel/config", "configfs", 0, nullptr);
@@ -194,10 +194,16 @@ int run_behind_kernel(const fs::path& home, const std::function<void()>& start) 
             require(mknod(node.c_str(), S_IFCHR | 0600, number_of_device(number)) == 0, node);
             ++index;
         }
+        for (const auto& [node, name] : the_machine().nodes) {
+            if (node.starts_with("/dev/sg")) {
+                attend_scsi(node);
+            }
+        }
         const std::lock_guard held(machine_lock());
         const pid_t child = fork();
         if (child == 0) {
-            std::signal(SIGPIPE, SIG_DFL);
+            std::signal(SIGXFSZ, on_size_limit);
+            std::signal(SIGPIPE, on_broken_pipe);
             pthread_sigmask(SIG_SETMASK, &before, nullptr);
             start();
         }

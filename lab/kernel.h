@@ -20,15 +20,16 @@ int run_behind_kernel(const std::filesystem::path& home, const std::function<voi
 // makes the drive disappear; `take_down` removes whatever a lab has set up, this one or one that was killed.
 std::string offer_scsi(drive& d, const std::string& node, size_t index);
 std::string offer_nvme(drive& d, const std::string& node, size_t index);
+void attend_scsi(
+    const std::string& node);  // hears the UNIT ATTENTION by which the kernel announces new units
 void take_down_scsi();
 void take_down_nvme();
 
 // Whether the program runs: what comes before is the kernel's own business.
 bool program_runs();
 
-// A drive unplugged: its node goes, and the kernel is told by writing "1" to `path`, from a thread of its
-// own.
-void unplug(const std::string& node, const std::string& path);
+// A drive unplugged: its node goes, and `remove` tells the kernel, in a thread of its own.
+void unplug(const std::string& node, const std::function<void()>& remove);
 
 // Files of sysfs and configfs, one write or line each. `write_file` returns whether it worked.
 bool write_file(const std::filesystem::path& path, const std::string& text);

@@ -180,7 +180,7 @@ completion run(controller& self, const uint8_t* sqe, const uint8_t* data, size_t
     }
     journal((own ? "kernel nvme " : "nvme ") + self.node + " " + describe(c, "", done.answer));
     if (there && self.d->vanished) {
-        unplug(self.node, self.device + "/delete_controller");
+        unplug(self.node, [path = self.device + "/delete_controller"] { write_file(path, "1"); });
     }
     done.parked = self.d->vanished && !own;
     return done;
@@ -239,7 +239,7 @@ void serve(controller& self, int connection) {
 }
 
 void listen_for(controller* self) {
-    for (int connection = 0; (connection = accept(self->listener, nullptr, nullptr)) >= 0;) {
+    for (int connection = 0; (connection = accept4(self->listener, nullptr, nullptr, SOCK_CLOEXEC)) >= 0;) {
         std::thread([self, connection] { serve(*self, connection); }).detach();
     }
 }
@@ -268,7 +268,7 @@ std::string offer_nvme(drive& d, const std::string& node, size_t index) {
                                 ",nqn=" + subsystem + node.substr(5) +
                                 ",nr_io_queues=1,keep_alive_tmo=0,hostnqn=" + subsystem +
                                 "host,hostid=6d697276-6f6b-4000-8000-000000000001";
-    const int fabrics = open_device("/sys/class/nvme-fabrics/ctl/dev");
+    const int fabrics = open_device("/sys/class/misc/nvme-fabrics/dev");
     require(write(fabrics, options.data(), options.size()) == static_cast<ssize_t>(options.size()),
             "NVMe controller for " + node);
     char text[64] = {};

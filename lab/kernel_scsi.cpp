@@ -44,10 +44,17 @@ constexpr size_t answer_size = 8 + sense_size;
 constexpr uint8_t flag_read_length = 2;
 constexpr uint32_t op_command = 1;
 
+constexpr uint8_t op_test_unit_ready = 0x00;
+constexpr uint8_t op_request_sense = 0x03;
+constexpr uint8_t op_inquiry = 0x12;
+constexpr uint8_t op_write_buffer = 0x3B;
+constexpr uint8_t op_ata12 = 0xA1;
+constexpr uint8_t storage_array_controller = 0x0C;
+
 struct ring {
     drive* d;
     std::string node;
-    std::string device;  // the disk's directory in sysfs, once it is there
+    fs::path link;  // what makes the unit a disk; tcm_loop does not forgive a disk deleted by itself
     int descriptor;
     uint8_t* memory;
 };
@@ -58,42 +65,31 @@ size_t cdb_length(uint8_t opcode) {
     return lengths[opcode >> 5];
 }
 
-// The ring does not tell the way of the data: WRITE BUFFER, and ATA PASS-THROUGH with T_DIR 0, go to the
-// drive.
+// The ring does not tell the way of the data: the command does.
 direction way_of(const scsi_command& c) {
-    const bool out = c.cdb[0] == 0x3B || (c.cdb[0] == 0xA1 && (c.cdb[2] & 0x08) == 0);
-    return c.length == 0 ? direction::none : out ? direction::out : direction::in;
-}
-
-// What the kernel sends for itself: TEST UNIT READY, REQUEST SENSE, MODE SENSE, READ, SYNCHRONIZE CACHE, and
-// everything before the program starts. It sees a plain disk, which any drive's description might not be.
-bool is_kernels_own(const scsi_command& c) {
-    constexpr uint8_t own[] = {0x00, 0x03, 0x1A, 0x28, 0x35, 0x5A, 0x88};
-    return !program_runs() || std::ranges::find(own, c.cdb[0]) != std::end(own);
-}
-
-reply answer_kernel(drive& d, const scsi_command& c) {
-    reply r;
-    switch (c.cdb[0]) {
-        case 0x00:
-        case 0x35:
-            return r;
-        case 0x28:
-        case 0x88:
-            r.data.resize(c.length);
-            return r;
-        case 0x12:
-            if ((c.cdb[1] & 1) == 0) {
-                const std::string names = "MIRVOK  LAB DRIVE       0001";
-                r.data = {0, 0, 5, 2, 31, 0, 0, 0};
-                r.data.insert(r.data.end(), names.begin(), names.end());
-                r.data.resize(std::min<size_t>(r.data.size(), c.length));
-                return r;
-            }
-            return check_condition(0x05, 0x24, 0x00);
-        default:
-            return answer(d, c);
+    if (c.cdb[0] == op_ata12) {  // protocol 3 is non-data, 5 PIO data-out (SAT-3, 12.2.2.2)
+        const int protocol = c.cdb[1] >> 1 & 0x0F;
+        return protocol == 3 ? direction::none : protocol == 5 ? direction::out : direction::in;
     }
+    return c.length == 0 ? direction::none : c.cdb[0] == op_write_buffer ? direction::out : direction::in;
+}
+
+// What the kernel sends for itself: TEST UNIT READY, REQUEST SENSE, and everything before the program starts.
+// It sees a unit that the disk driver leaves alone, whatever the description makes of the drive.
+bool is_kernels_own(const scsi_command& c) {
+    return !program_runs() || c.cdb[0] == op_test_unit_ready || c.cdb[0] == op_request_sense;
+}
+
+reply answer_kernel(const scsi_command& c) {
+    reply r;
+    if (c.cdb[0] == op_inquiry && (c.cdb[1] & 1) == 0) {
+        const std::string names = "MIRVOK  LAB DRIVE       0001";
+        r.data = {storage_array_controller, 0, 5, 2, 31, 0, 0, 0};
+        r.data.insert(r.data.end(), names.begin(), names.end());
+        r.data.resize(std::min<size_t>(r.data.size(), c.length));
+        return r;
+    }
+    return c.cdb[0] == op_test_unit_ready ? r : check_condition(0x05, 0x20, 0x00);
 }
 
 reply run(ring& self, const scsi_command& c) {
@@ -103,10 +99,13 @@ reply run(ring& self, const scsi_command& c) {
     }
     const std::lock_guard held(machine_lock());
     const bool there = !self.d->vanished;
-    reply r = own ? answer_kernel(*self.d, c) : run_scsi(*self.d, self.node, c);
+    reply r = own ? answer_kernel(c) : run_scsi(*self.d, self.node, c);
     journal((own ? "kernel sg " : "sg ") + self.node + " " + describe(c) + " = " + describe(c, r));
     if (there && self.d->vanished) {
-        unplug(self.node, self.device + "/delete");
+        unplug(self.node, [link = self.link] {
+            std::error_code ignored;
+            fs::remove(link, ignored);
+        });
     }
     return r;
 }
@@ -190,23 +189,6 @@ fs::path uio_of(const std::string& name) {
     throw std::runtime_error("the kernel has no ring for " + name);
 }
 
-// The kernel announces new units by a UNIT ATTENTION, which is its own affair.
-void attend(const std::string& dev) {
-    const int disk = open_device(dev);
-    for (int i = 0; i < 3; ++i) {
-        uint8_t cdb[6] = {};
-        sg_io_hdr h{};
-        h.interface_id = 'S';
-        h.dxfer_direction = SG_DXFER_NONE;
-        h.cmd_len = sizeof(cdb);
-        h.cmdp = cdb;
-        if (ioctl(disk, SG_IO, &h) == 0 && h.status == 0) {
-            break;
-        }
-    }
-    close(disk);
-}
-
 fs::path first_in(const fs::path& directory) {
     for (const fs::directory_entry& entry : fs::directory_iterator(directory)) {
         return entry.path();
@@ -219,6 +201,8 @@ fs::path first_in(const fs::path& directory) {
 std::string offer_scsi(drive& d, const std::string& node, size_t index) {
     const std::string name = "lab_" + std::to_string(index);
     const fs::path unit = store / name;
+    const fs::path group = port / "tpgt_1";
+    const fs::path lun = group / "lun" / ("lun_" + std::to_string(index));
     fs::create_directories(unit);
     require(write_file(unit / "control",
                        "dev_config=mirvok-lab,dev_size=1048576,hw_block_size=512,max_data_area_mb=8,cmd_ring_"
@@ -226,27 +210,40 @@ std::string offer_scsi(drive& d, const std::string& node, size_t index) {
             (unit / "control").string());
     require(write_file(unit / "enable", "1"), (unit / "enable").string());
     const fs::path uio = uio_of(name);
-    auto* const self = new ring{&d, node, "", open_device(uio / "dev"), nullptr};  // as long as its thread
+    auto* const self =
+        new ring{&d, node, lun / "link", open_device(uio / "dev"), nullptr};  // as long as its thread
     const size_t size = std::stoul(line_of(uio / "maps/map0/size"), nullptr, 0);
     void* const memory = mmap(nullptr, size, PROT_READ | PROT_WRITE, MAP_SHARED, self->descriptor, 0);
     require(memory != MAP_FAILED, "ring of " + node);
     self->memory = static_cast<uint8_t*>(memory);
     std::thread(serve, self).detach();
 
-    const fs::path group = port / "tpgt_1";
     if (!fs::exists(group)) {
         fs::create_directories(group);
         require(write_file(group / "nexus", initiator), (group / "nexus").string());
     }
-    const fs::path lun = group / "lun" / ("lun_" + std::to_string(index));
     fs::create_directory(lun);
     fs::create_symlink(unit, lun / "link");
     const fs::path disk =
         "/sys/class/scsi_device/" + line_of(group / "address") + ":" + std::to_string(index) + "/device";
     const fs::path generic = first_in(disk / "scsi_generic");
-    self->device = disk.string();
-    attend(generic / "dev");
     return line_of(generic / "dev");
+}
+
+void attend_scsi(const std::string& node) {
+    const int disk = open(node.c_str(), O_RDWR | O_CLOEXEC);
+    for (int i = 0; i < 3; ++i) {
+        uint8_t cdb[6] = {};
+        sg_io_hdr h{};
+        h.interface_id = 'S';
+        h.dxfer_direction = SG_DXFER_NONE;
+        h.cmd_len = sizeof(cdb);
+        h.cmdp = cdb;
+        if (ioctl(disk, SG_IO, &h) == 0 && h.status == 0) {
+            break;
+        }
+    }
+    close(disk);
 }
 
 void take_down_scsi() {
