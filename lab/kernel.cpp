@@ -60,6 +60,10 @@ void hide_nodes(const fs::path& place) {
     fs::remove(place);
 }
 
+[[noreturn]] void refuse(const std::string& what, const std::string& why) {
+    throw std::runtime_error(what + ": " + why);
+}
+
 void check_machine() {
     const machine& m = the_machine();
     if (!m.description.value("controllers", json::array()).empty()) {
@@ -76,14 +80,14 @@ void check_machine() {
         const bool nvme = node.starts_with("/dev/nvme");
         const bool fits = (text_of(m.drives.at(name).self, "protocol", "") == "nvme") == nvme;
         if (!fits || !(nvme || node.starts_with("/dev/sg"))) {
-            throw std::runtime_error("node " + node + ": the kernel has no such node for drive " + name);
+            refuse(node, "the kernel has no such node for drive " + name);
         }
         const std::vector<std::string> modules =
             nvme ? std::vector<std::string>{"nvme_tcp"}
                  : std::vector<std::string>{"target_core_user", "tcm_loop", "sg"};
         for (const std::string& module : modules) {
             if (!fs::exists("/sys/module/" + module)) {
-                throw std::runtime_error("the kernel lacks the module " + module + ": modprobe " + module);
+                refuse("modprobe " + module, "the kernel lacks this module");
             }
         }
     }
