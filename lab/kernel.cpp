@@ -80,7 +80,7 @@ void check_machine() {
         const bool nvme = node.starts_with("/dev/nvme");
         const bool fits = (text_of(m.drives.at(name).self, "protocol", "") == "nvme") == nvme;
         if (!fits || !(nvme || node.starts_with("/dev/sg"))) {
-            refuse(node, "the kernel has no such node for drive " + name);
+            refuse("node " + node, "the kernel has no such node for drive " + name);
         }
         const std::vector<std::string> modules =
             nvme ? std::vector<std::string>{"nvme_tcp"}
