@@ -38,16 +38,21 @@ struct reply {
 // The short names that journal and faults use: "inquiry", "c4", "identify", "b0", "download", ...
 std::string name_of(const scsi_command& c);
 std::string name_of(const nvme_command& c);
-bool is_nvme_output(const nvme_command& c);
+direction way_of(const nvme_command& c);
 
 // Run one command; `node` is empty behind a controller.
 reply run_scsi(drive& d, const std::string& node, const scsi_command& c);
 reply run_nvme(drive& d, const std::string& node, const nvme_command& c);
 
+// The same without faults, which none of them is counted for.
+reply answer(drive& d, const scsi_command& c);
+reply answer(drive& d, const nvme_command& c);
+
 // For the journal: "inquiry cdb=12 00 00 02 00 00 in 512", "out 32768 crc=0123ABCD" and what came back.
 std::string describe(const scsi_command& c);
 std::string describe_data(direction way, uint32_t length, const bytes& data);
 std::string describe(const scsi_command& c, const reply& r);
+std::string describe(const nvme_command& c, const std::string& extra, const reply& r);
 
 // The name of an error number and the number of a name ("EIO").
 std::string error_name(int number);

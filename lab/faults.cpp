@@ -103,7 +103,8 @@ void raise_as(const std::string& answer) {
         signals, [&](const number_name& s) { return answer == std::string("signal:") + s.name; });
     if (row != std::end(signals)) {
         journal(std::string("signal ") + row->name);
-        kill(getpid(), row->number);  // the process's, as a shell's kill is
+        const pid_t program = the_machine().program;
+        kill(program == 0 ? getpid() : program, row->number);  // the process's, as a shell's kill is
     }
 }
 
@@ -179,6 +180,16 @@ std::string describe(const scsi_command& c, const reply& r) {
         text += " resid " + std::to_string(c.length - r.data.size());
     }
     return text;
+}
+
+std::string describe(const nvme_command& c, const std::string& extra, const reply& r) {
+    const auto opcode = static_cast<uint8_t>(c.opcode);
+    return name_of(c) + " op=" + hex_of(&opcode, 1) + " nsid=" + hex_number(c.nsid) +
+           " cdw10=" + hex_number(c.cdw10) + " cdw11=" + hex_number(c.cdw11) + extra + " " +
+           describe_data(way_of(c), c.length, c.data) + " = " +
+           (r.error != 0    ? error_name(r.error)
+            : r.status != 0 ? "0x" + hex_number(r.status)
+                            : "0");
 }
 
 }  // namespace mirvok::lab

@@ -81,6 +81,11 @@ machine& the_machine() {
     return *m;
 }
 
+std::mutex& machine_lock() {
+    static auto* const lock = new std::mutex;
+    return *lock;
+}
+
 drive* drive_named(const std::string& name) {
     auto& drives = the_machine().drives;
     const auto found = drives.find(name);

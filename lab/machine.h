@@ -2,9 +2,12 @@
 // journal of what reached it.
 #pragma once
 
+#include <sys/types.h>
+
 #include <cstdint>
 #include <filesystem>
 #include <map>
+#include <mutex>
 #include <nlohmann/json.hpp>
 #include <string>
 #include <vector>
@@ -42,10 +45,14 @@ struct machine {                 // NOLINT(bugprone-exception-escape)
     std::map<std::string, drive> drives;
     std::map<std::string, std::string> nodes;  // node to drive name
     std::vector<fault> faults;
+    pid_t program = 0;  // whom a fault's signal is for; 0 is the calling process
 };
 
 // Read at the first call from the directory that home_variable names; an empty machine without one.
 machine& the_machine();
+
+// Held while a call is answered: drives, faults and journal are one thread's at a time.
+std::mutex& machine_lock();
 
 // The drive behind a node or of a name; null when there is none.
 drive* drive_at(const std::string& node);

@@ -9,8 +9,10 @@
 #include <cstdio>
 #include <filesystem>
 #include <fstream>
+#include <functional>
 #include <iostream>
 
+#include "kernel.h"
 #include "libraries.h"
 #include "machine_file.h"
 
@@ -30,9 +32,8 @@ the number of the signal that ended it.
 
 Example: mirvok-lab --dir /tmp/work --fresh machine.json -- find --debug)";
 
-int run(const fs::path& program, const fs::path& directory, const fs::path& home,
-        const std::vector<std::string>& arguments) {
-    const fs::path library = fs::read_symlink("/proc/self/exe").parent_path() / "libmirvok-lab.so";
+[[noreturn]] void start(const fs::path& program, const fs::path& directory,
+                        const std::vector<std::string>& arguments) {
     std::string name = program.string();
     std::vector<std::string> words = arguments;
     std::vector<char*> argv{name.data()};
@@ -40,22 +41,24 @@ int run(const fs::path& program, const fs::path& directory, const fs::path& home
         argv.push_back(word.data());
     }
     argv.push_back(nullptr);
-    // An interruption typed at the terminal is the program's own affair.
-    std::signal(SIGINT, SIG_IGN);
-    std::signal(SIGQUIT, SIG_IGN);
+    std::signal(SIGINT, SIG_DFL);
+    std::signal(SIGQUIT, SIG_DFL);
+    prctl(PR_SET_PDEATHSIG, SIGTERM);
+    if (chdir(directory.c_str()) == 0) {
+        execv(name.c_str(), argv.data());
+    }
+    std::cerr << "mirvok-lab: cannot run " << name << " in " << directory.string() << '\n';
+    _exit(127);
+}
+
+int run_preloaded(const fs::path& home, const std::function<void()>& start_program) {
+    const fs::path library = fs::read_symlink("/proc/self/exe").parent_path() / "libmirvok-lab.so";
     const pid_t child = fork();
     if (child == 0) {
-        std::signal(SIGINT, SIG_DFL);
-        std::signal(SIGQUIT, SIG_DFL);
-        prctl(PR_SET_PDEATHSIG, SIGTERM);
         setenv("LD_PRELOAD", library.c_str(), 1);
         setenv("LD_LIBRARY_PATH", (home / "path").c_str(), 1);
         setenv(home_variable, home.c_str(), 1);
-        if (chdir(directory.c_str()) == 0) {
-            execv(name.c_str(), argv.data());
-        }
-        std::cerr << "mirvok-lab: cannot run " << name << " in " << directory.string() << '\n';
-        _exit(127);
+        start_program();
     }
     int status = 0;
     waitpid(child, &status, 0);
@@ -70,6 +73,7 @@ int command(int argc, char** argv) {
     fs::path home;
     fs::path file;
     bool fresh = false;
+    bool kernel = false;
     std::vector<std::string> faults;
     std::vector<std::string> arguments;
     app.add_option("--program", program, "the program to run; mirvok beside this command by default")
@@ -78,6 +82,7 @@ int command(int argc, char** argv) {
         ->check(CLI::ExistingDirectory);
     app.add_option("--state", home, "the state directory; the working directory's name and .lab by default");
     app.add_flag("--fresh", fresh, "forget the state of earlier runs first");
+    app.add_flag("--kernel", kernel, "offer the drives to this computer's kernel instead; as root");
     app.add_option("--fault", faults, "one more fault, a JSON object; may be given again")
         ->allow_extra_args(false);
     app.add_option("machine", file, "the machine file")->required()->option_text("MACHINE.json");
@@ -87,9 +92,17 @@ int command(int argc, char** argv) {
     home = home.empty() ? fs::path(directory.string() + ".lab") : fs::absolute(home);
     program = fs::absolute(program);
     const json machine = prepare_home(file, faults, home, fresh);
+    // An interruption typed at the terminal is the program's own affair.
+    std::signal(SIGINT, SIG_IGN);
+    std::signal(SIGQUIT, SIG_IGN);
+    const auto start_program = [&] { start(program, directory, arguments); };
+    if (kernel) {
+        fs::current_path(directory);  // where the drives' images are
+        return run_behind_kernel(home, start_program);
+    }
     const fs::path stand_ins = fs::read_symlink("/proc/self/exe").parent_path() / "lab-libs";
     const std::vector<fs::path> links = lay_libraries(machine, stand_ins, directory, home);
-    const int status = run(program, directory, home, arguments);
+    const int status = run_preloaded(home, start_program);
     for (const fs::path& link : links) {
         fs::remove(link);
     }

@@ -75,8 +75,8 @@ reply run_firmware_commit(drive& d, const nvme_command& c) {
 
 }  // namespace
 
-bool is_nvme_output(const nvme_command& c) {
-    return (c.opcode & 3) == 1;
+direction way_of(const nvme_command& c) {
+    return c.length == 0 ? direction::none : (c.opcode & 3) == 1 ? direction::out : direction::in;
 }
 
 std::string name_of(const nvme_command& c) {
@@ -95,21 +95,23 @@ std::string name_of(const nvme_command& c) {
     }
 }
 
+reply answer(drive& d, const nvme_command& c) {
+    switch (c.opcode) {
+        case op_identify:
+            return run_identify(d, c);
+        case op_get_log_page:
+            return run_get_log_page(d, c);
+        case op_download:
+            return run_firmware_download(d, c);
+        case op_commit:
+            return run_firmware_commit(d, c);
+        default:
+            return status(invalid_opcode);
+    }
+}
+
 reply run_nvme(drive& d, const std::string& node, const nvme_command& c) {
-    return run_with_faults(d, node, name_of(c), c.length, [&] {
-        switch (c.opcode) {
-            case op_identify:
-                return run_identify(d, c);
-            case op_get_log_page:
-                return run_get_log_page(d, c);
-            case op_download:
-                return run_firmware_download(d, c);
-            case op_commit:
-                return run_firmware_commit(d, c);
-            default:
-                return status(invalid_opcode);
-        }
-    });
+    return run_with_faults(d, node, name_of(c), c.length, [&] { return answer(d, c); });
 }
 
 }  // namespace mirvok::lab

@@ -35,6 +35,12 @@ std::map<int, std::string>& open_nodes() {
     return *nodes;
 }
 
+std::string node_of(int descriptor) {
+    const std::lock_guard held(machine_lock());
+    const auto found = open_nodes().find(descriptor);
+    return found == open_nodes().end() ? "" : found->second;
+}
+
 bool is_node(const char* path) {
     return path != nullptr &&
            (std::strncmp(path, "/dev/sg", 7) == 0 || std::strncmp(path, "/dev/nvme", 9) == 0);
@@ -59,6 +65,7 @@ std::map<std::string, bytes>& driver_buffers() {
 }
 
 int open_node(const std::string& node, int flags) {
+    const std::lock_guard held(machine_lock());
     drive* d = drive_at(node);
     json subject = {{"node", node}};
     if (d != nullptr) {
@@ -191,10 +198,7 @@ int nvme_admin(const std::string& node, void* argument) {
     auto* const user =
         reinterpret_cast<void*>(n.addr);  // NOLINT(performance-no-int-to-ptr): the record's own
     nvme_command c{n.opcode, n.nsid, n.cdw10, n.cdw11, n.data_len, {}};
-    const direction way = n.data_len == 0     ? direction::none
-                          : is_nvme_output(c) ? direction::out
-                                              : direction::in;
-    c.data.resize(way == direction::out ? n.data_len : 0);
+    c.data.resize(way_of(c) == direction::out ? n.data_len : 0);
     reply r;
     if (n.flags != 0) {
         r.error = EINVAL;
@@ -206,12 +210,7 @@ int nvme_admin(const std::string& node, void* argument) {
     if (r.error == 0 && !copy_out(user, r.data.data(), r.data.size())) {
         r.error = EFAULT;
     }
-    journal("nvme " + node + " " + name_of(c) + " op=" + hex_of(&n.opcode, 1) + " nsid=" +
-            hex_number(n.nsid) + " cdw10=" + hex_number(n.cdw10) + " cdw11=" + hex_number(n.cdw11) +
-            unusual_fields(n) + " " + describe_data(way, n.data_len, c.data) + " = " +
-            (r.error != 0    ? error_name(r.error)
-             : r.status != 0 ? "0x" + hex_number(r.status)
-                             : "0"));
+    journal("nvme " + node + " " + describe(c, unusual_fields(n), r));
     return r.error != 0 ? fail(r.error) : static_cast<int>(r.status);
 }
 
@@ -285,6 +284,7 @@ int openat64(int directory, const char* path, int flags, ...) __attribute__((ali
 
 int close(int descriptor) {
     static auto* const next = next_function<int(int)>("close");
+    const std::lock_guard held(machine_lock());
     const auto found = open_nodes().find(descriptor);
     if (found != open_nodes().end()) {
         journal("close " + found->second);
@@ -300,13 +300,14 @@ int ioctl(int descriptor, unsigned long request, ...) noexcept {
     va_start(arguments, request);
     void* const argument = va_arg(arguments, void*);
     va_end(arguments);
-    const auto found = open_nodes().find(descriptor);
-    if (found == open_nodes().end()) {
+    const std::string node = node_of(descriptor);
+    if (node.empty()) {
         return next(descriptor, request, argument);
     }
     const int before = errno;
-    take_time(*drive_at(found->second));
-    const int result = node_ioctl(std::string(found->second), request, argument);
+    take_time(*drive_at(node));
+    const std::lock_guard held(machine_lock());
+    const int result = node_ioctl(node, request, argument);
     errno = result < 0 ? errno : before;
     return result;
 }
@@ -338,6 +339,7 @@ int dlclose(void* handle) noexcept {
 }
 
 unsigned int sleep(unsigned int seconds) {
+    const std::lock_guard held(machine_lock());
     journal("sleep " + std::to_string(seconds));
     raise_as(text_of(due_fault(json::object(), "sleep"), "answer", ""));
     return 0;

@@ -8,7 +8,7 @@
 
 namespace mirvok::lab {
 
-// Lets the real time pass that a command to the drive takes.
+// Lets the real time pass that a command to the drive takes; not for a thread that holds the machine.
 void take_time(const drive& d);
 
 // The answer to `command`, or what a due fault makes of it. `length` is what the caller asked for, in bytes.

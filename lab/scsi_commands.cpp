@@ -250,15 +250,19 @@ std::string name_of(const scsi_command& c) {
     }
 }
 
+reply answer(drive& d, const scsi_command& c) {
+    return c.cdb[0] == op_ata12 && c.cdb.size() >= 12 ? run_ata(d, c)
+           : c.cdb[0] == op_write_buffer              ? run_write_buffer(d, c)
+                                                      : run_input(d, c);
+}
+
 reply run_scsi(drive& d, const std::string& node, const scsi_command& c) {
     return run_with_faults(d, node, name_of(c), c.length, [&] {
         if (d.attention != 0 && c.cdb[0] != op_inquiry) {  // INQUIRY leaves it waiting (SPC-4, 5.14)
             const uint16_t code = std::exchange(d.attention, uint16_t{0});
             return check_condition(0x06, static_cast<uint8_t>(code >> 8), static_cast<uint8_t>(code));
         }
-        return c.cdb[0] == op_ata12 && c.cdb.size() >= 12 ? run_ata(d, c)
-               : c.cdb[0] == op_write_buffer              ? run_write_buffer(d, c)
-                                                          : run_input(d, c);
+        return answer(d, c);
     });
 }
 
