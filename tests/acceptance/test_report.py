@@ -34,6 +34,18 @@ RUNS = {
     "smart_no_profile": ("smart", "smart -p none", [], ""),
 }
 
+WHOLE = ("flash_selected",)
+
+
+def lines(report):
+    """What differs from drive to drive, a line each; the whole report shows the rest."""
+    yield json.dumps([report["exit_status"], *([c["type"], c["drives"]] for c in report["controllers"])]) + "\n"
+    for drive in report["drives"]:
+        fields = ("node", "device_id", "state", "size_gb", "part_number", "serial_number", "code_level", "matched_by", "type")
+        yield json.dumps([*(drive.get(field) for field in fields), drive.get("flash", drive.get("smart"))]) + "\n"
+    for drive in report["left_out"]:
+        yield json.dumps(list(drive.values())) + "\n"
+
 
 def lab(folder, machine, arguments, faults=(), before=""):
     (folder / "files").mkdir(parents=True)
@@ -59,10 +71,10 @@ def test_reports_are_valid_and_change_nothing(name, tmp_path):
     report = json.loads(text)
     jsonschema.validate(report, SCHEMA)
     assert report["exit_status"] == done.returncode and "report." not in str(list((tmp_path / "json").iterdir()))
-    expected = HERE / f"reports/{name}.json"
     for varying in ("host", "start", "end"):
         report[varying] = "2000-01-01T00:00:00Z"
-    seen = json.dumps(report, indent=1) + "\n"
+    text = json.dumps(report, indent=1) + "\n" if name in WHOLE else "".join(lines(report))
+    expected = HERE / f"reports/{name}.json"
     if os.environ.get("SESSIONS") == "update":
-        expected.write_text(seen)
-    assert seen == expected.read_text()
+        expected.write_text(text)
+    assert text == expected.read_text()

@@ -2,7 +2,9 @@
 
 A session (sessions/*.txt) begins with "# machine NAME"; each line that begins "$ " is a shell command, run in a fresh
 working directory with the data files of data/, and what follows is what it prints, then "[status]" where that is not
-0. `mirvok` is the program on that machine, `journal` what reached the drives and libraries in the last run.
+0. `mirvok` is the program on that machine, `journal` what reached the drives and libraries in the last run, `differs
+FAULT... -- ARGUMENTS` how faults change a run: lines of its output, then commands that were not sent (-) and those sent
+or answered instead (+). `dense` leaves out dumps of nothing.
 SESSIONS=update writes what was printed into the sessions instead.
 """
 import os
@@ -18,6 +20,21 @@ SHELL = r"""
 mirvok() { "$BUILD/mirvok-lab" --state "$DIR.lab" "$MACHINE" -- "$@"; }
 lab() { "$BUILD/mirvok-lab" --state "$DIR.lab" "$@"; }
 journal() { cat "$DIR.lab/journal"; }
+dense() { grep -aEv '^  [0-9a-f]{4} ( (00|A5))+ +\.+$'; }
+differs() {
+  local faults=() run
+  while [[ $1 != -- ]]; do faults+=(--fault "$1"); shift; done
+  for run in before after; do
+    { lab --fresh "${faults[@]:$([[ $run == after ]] || echo 999)}" "$MACHINE" "$@"; echo "status $?"; } 2>&1 |
+      sed 's/^[0-9 ]*\(A:\|PN:\)/\1/;/^ *[0-9]*(/d;/Error(s)/d;/^$/d' >"$DIR.$run.output"
+    journal | sed 's/ cdb=.* \(in\|out\|none\) / \1 /;s/ op=.* \(in\|out\) / \1 /;s/ size=[0-9]*//' >"$DIR.$run.journal"
+  done
+  diff "$DIR.before.output" "$DIR.after.output" | grep -a '^[<>]'
+  diff "$DIR.before.journal" "$DIR.after.journal" >"$DIR.diff"
+  sed -n 's/^< //p' "$DIR.diff" | sed 's/ \(controller\|device\)=[0-9]*//g;s/ \(in\|out\|none\|op=.*\|=\|count\) .*//;s/^\(sg\|nvme\|storelib .. scsi\) //' |
+    awk '!n[$0]++ { name[++k] = $0 } END { for (i = 1; i <= k; i++) printf "%s%d %s", i > 1 ? ", " : "- ", n[name[i]], name[i]; if (k) print "" }'
+  sed -n 's/^> //p' "$DIR.diff" | awk '!n[$0]++ { line[++k] = $0 } END { for (i = 1; i <= k; i++) print "+", n[line[i]], line[i] }' | sed 's/^+ 1 /+ /'
+}
 """
 # What differs from run to run and from build to build.
 VARYING = [(r"addr: -?[0-9A-F]+", "addr: ..."), (re.escape(f"{BUILD}/"), "")]
