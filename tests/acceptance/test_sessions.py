@@ -32,7 +32,7 @@ differs() {
   diff "$DIR.before.output" "$DIR.after.output" | grep -a '^[<>]'
   diff "$DIR.before.journal" "$DIR.after.journal" >"$DIR.diff"
   sed -n 's/^< //p' "$DIR.diff" | sed 's/ \(controller\|device\)=[0-9]*//g;s/ \(in\|out\|none\|op=.*\|=\|count\) .*//;s/^\(sg\|nvme\|storelib .. scsi\) //' |
-    awk '!n[$0]++ { name[++k] = $0 } END { for (i = 1; i <= k; i++) printf "%s%d %s", i > 1 ? ", " : "- ", n[name[i]], name[i]; if (k) print "" }'
+    awk '!n[$0]++ { name[++k] = $0 } END { for (i = 1; i <= k; i++) printf("%s%d %s", (i > 1 ? ", " : "- "), n[name[i]], name[i]); if (k) print "" }'
   sed -n 's/^> //p' "$DIR.diff" | awk '!n[$0]++ { line[++k] = $0 } END { for (i = 1; i <= k; i++) print "+", n[line[i]], line[i] }' | sed 's/^+ 1 /+ /'
 }
 """
