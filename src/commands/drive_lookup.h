@@ -20,8 +20,9 @@ struct drive {
     uint16_t update;  // 1 when a download was due, and was attempted
     uint16_t failed;  // 1 when the download or its verification failed
     uint32_t result;  // 0, or the code of a refusal or failure
-    uint16_t due;     // --check: 1 when the download is due and its image is in order
-    char level_before[32];
+    uint16_t due;     // check: 1 when the download is due and its image is in order
+    uint16_t check;   // 1 in a check
+    char level_before[32];  // the level that the decision saw
 };
 
 // Looks the drive up by part number, then by 8S part number, then, for the maker's own drives, by product

@@ -7,6 +7,7 @@
 #include "commands/json_report.h"
 #include "common/diagnostics.h"
 #include "common/progress.h"
+#include "common/run_lock.h"
 #include "common/text.h"
 #include "storage/identification.h"
 #include "storage/inventory.h"
@@ -79,11 +80,18 @@ int run_find_drives(int argc, char** argv) {
                    program.profile != nullptr ? program.profile->count : 0);
     int rc = 1;
     if (load_result == 0) {
+        lock_drives(false);
         init_storage_lib(&lib);
         rc = find_drives(&program, &lib);
+        // Out before the libraries go, which may take the process along.
+        write_report(&program, &lib, 0);
+        flush_output();
         un_init_storage_lib(&lib);
+        unlock_drives();
+    } else {
+        complain("the profile `%s' cannot be read", program.profile_file);
+        write_report(&program, &lib, 0);
     }
-    write_report(&program, &lib, 0);
     std::free(program.profile);
     TRACE_PRINT("Exiting %s, rc = %d", __func__, rc);
     return rc;
@@ -116,7 +124,7 @@ int check_params(_find_program* program) {
 void print_drive_info(drive* slot, int index) {
     TRACE_PRINT("Entering %s", __func__);
     const _pd_info* pd = slot->pd;
-    std::printf("%2d A:%d S:%2d PN:%s:%s-%s SNo:%s FW:%s size:%dGB S:%d", index,
+    print_texts("%2d A:%d S:%2d PN:%s:%s-%s SNo:%s FW:%s size:%dGB S:%d", index,
                 static_cast<int>(pd->ctrl->ctrl_num), pd->device_id, pd->part_number, pd->dummy, pd->fru,
                 pd->serial_number, pd->code_level, pd->size, pd->status);
     if (slot->record != nullptr) {

@@ -1,5 +1,6 @@
 #include "commands/flash.h"
 
+#include <cerrno>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -7,9 +8,11 @@
 #include "commands/banner.h"
 #include "commands/flash_report.h"
 #include "commands/json_report.h"
+#include "commands/run_files.h"
 #include "common/diagnostics.h"
 #include "common/options.h"
 #include "common/progress.h"
+#include "common/run_lock.h"
 #include "common/signals.h"
 #include "common/text.h"
 #include "storage/firmware_download.h"
@@ -21,50 +24,81 @@ namespace mirvok {
 
 namespace {
 
+constexpr char short_options[] = "a:s:b:f:l:hdc";
+
 constexpr uint32_t message_unpaired = 4;
 constexpr uint32_t message_no_profile = 5;
 
 // Drives with these identification texts report a level of the series S that counts as series G.
 constexpr char series_s_drives[][8] = {"47Q8841", "47Q8842", "47Q8843"};
 
-// The option's leading digits; what no controller or drive can have counts as -1.
-int32_t take_number() {
-    const long number = std::strtol(optarg, nullptr, 10);
-    return number >= 0 && number <= INT32_MAX ? static_cast<int32_t>(number) : -1;
+// Takes an option's decimal number whole, its 32 bits as they are; anything else is refused by name.
+int take_number(const char* option_name, int32_t* number) {
+    const size_t digits = std::strspn(optarg, "0123456789");
+    const unsigned long value = std::strtoul(optarg, nullptr, 10);
+    if (digits == 0 || optarg[digits] != '\0' || value > UINT32_MAX) {
+        complain("option `%s' takes a decimal number of 32 bits", option_name);
+        return FLASH_STATUS_BAD_OPTIONS;
+    }
+    *number = static_cast<int32_t>(value);
+    return 0;
 }
 
 // Copies an option's text whole; one that does not fit is refused by name.
 template <size_t Capacity>
-int take_text(const char* program_name, const char* option_name, char (&field)[Capacity]) {
+int take_text(const char* option_name, char (&field)[Capacity]) {
     if (std::strlen(optarg) >= Capacity) {
-        std::fprintf(stderr, "%s: option `%s' takes at most %zu characters\n", program_name, option_name,
-                     Capacity - 1);
+        complain("option `%s' takes at most %zu characters", option_name, Capacity - 1);
         return FLASH_STATUS_BAD_OPTIONS;
     }
     copy_text(field, optarg);
     return 0;
 }
 
-int take_option(const char* program_name, int character, flash* program) {
+int take_option(int character, flash* program) {
     switch (character) {
         case 'a':
-            program->adapter = take_number();
             program->adapter_set = 1;
-            return 0;
+            return take_number("--adapter", &program->adapter);
         case 's':
-            program->slot = take_number();
             program->slot_set = 1;
-            return 0;
+            return take_number("--slot", &program->slot);
         case 'b':
-            return take_text(program_name, "--profile", program->profile_file);
+            return take_text("--profile", program->profile_file);
         case 'f':
-            return take_text(program_name, "-f", program->fw_file);
+            return take_text("-f", program->fw_file);
         case 'l':
             program->log_on = 1;
-            return take_text(program_name, "--log", program->log_file);
+            return take_text("--log", program->log_file);
         default:
             return 0;
     }
+}
+
+// What stands behind a scan that stopped at a word, as POSIXLY_CORRECT has it, is not read, which is said.
+// `global` is the flag of the options that main has read. Returns FLASH_STATUS_BAD_OPTIONS where drives were
+// to be selected: all of them are not what was meant.
+int look_at_unread(int argc, char** argv, const option* options, int* global) {
+    bool unread = false;
+    bool selection = false;
+    opterr = 0;
+    for (int word = optind; word < argc && std::strcmp(argv[word - 1], "--") != 0;
+         word = optind > word ? optind : word + 1) {
+        optind = word + 1;
+        *global = 0;
+        for (int character = 0; (character = getopt_long(argc, argv, short_options, options, nullptr)) != -1;
+             *global = 0) {
+            unread = unread || *global == 0;
+            selection = selection || character == 'a' || character == 's';
+        }
+    }
+    opterr = 1;
+    if (unread) {
+        complain("options behind `%s' are not read, as POSIXLY_CORRECT has it, but for --check, --debug, "
+                 "--json, --os and --verbose",
+                 argv[1]);
+    }
+    return selection ? static_cast<int>(FLASH_STATUS_BAD_OPTIONS) : 0;
 }
 
 bool is_updated_state(uint16_t status) {
@@ -80,8 +114,7 @@ void normalise_series(_pd_info* pd) {
 }
 
 bool is_selected(const flash* program, const _pd_info* pd) {
-    return program->adapter_set == 0 || (program->adapter >= 0 && program->slot >= 0 &&
-                                         static_cast<uint32_t>(program->adapter) == pd->ctrl->ctrl_num &&
+    return program->adapter_set == 0 || (static_cast<uint32_t>(program->adapter) == pd->ctrl->ctrl_num &&
                                          static_cast<uint32_t>(program->slot) == pd->device_id);
 }
 
@@ -93,44 +126,51 @@ uint32_t count_selected(const flash* program, const _storage_lib* lib) {
     return count;
 }
 
-// The drive is asked for its level again, except an NVMe drive, which runs it only after the next reset.
+// Whether the drive that answers is the one that was listed, as far as both say which they are.
+bool is_same_drive(const _pd_info& answer, const _pd_info& listed) {
+    return answer.device_serial[0] == '\0' || listed.device_serial[0] == '\0' ||
+           std::strcmp(answer.device_serial, listed.device_serial) == 0;
+}
+
+// The drive is asked for its level again, except an NVMe drive, which runs it only after the next reset. What
+// it is listed under stays; only its level and its size are taken anew. A drive that says nothing any more
+// has not got the level, whatever it had before.
 void verify_level(drive* slot) {
     _pd_info* pd = slot->pd;
+    const char* level = slot->record->fw_level;
     if (pd->protocol == PD_PROTOCOL_NVME) {
-        copy_text(pd->code_level, slot->record->fw_level);
+        copy_text(pd->code_level, level);
         return;
     }
-    // The numbers that the drive is listed under stay.
-    const _pd_info listed = *pd;
     progress_step("verifying");
-    copy_text(pd->code_level, "");
-    get_pd_information(pd);
-    copy_text(pd->part_number, listed.part_number);
-    copy_text(pd->serial_number, listed.serial_number);
-    pd->protocol = listed.protocol;
-    // A drive that says nothing any more has not got the level, whatever it had before.
-    const bool silent = pd->code_level[0] == '\0';
-    if (silent) {
-        copy_text(pd->code_level, listed.code_level);
+    _pd_info answer = *pd;
+    copy_text(answer.code_level, "");
+    get_pd_information(&answer);
+    const bool answers = answer.code_level[0] != '\0' && is_same_drive(answer, *pd);
+    if (answers) {
+        copy_text(pd->code_level, answer.code_level);
+        pd->size = answer.size;
     }
-    if (silent || compare_code_level(pd->code_level, static_cast<uint32_t>(std::strlen(pd->code_level)),
-                                     slot->record->fw_level,
-                                     static_cast<uint32_t>(std::strlen(slot->record->fw_level))) != 0) {
+    if (!answers || compare_code_level(pd->code_level, static_cast<uint32_t>(std::strlen(pd->code_level)),
+                                       level, static_cast<uint32_t>(std::strlen(level))) != 0) {
         slot->failed = 1;
         slot->result = RESULT_LEVEL_MISMATCH;
     }
 }
 
+// A download that did not begin, since a signal came, is waited for by nobody.
 void update_drive(drive* slot) {
     slot->result = static_cast<uint32_t>(flash_pd_fw(slot->pd, slot->record));
-    held_signal();
+    note_stop_signal();
     if (slot->result != 0) {
         slot->failed = 1;
     } else {
         verify_level(slot);
     }
-    progress_wait(slot->record->wait_time);
-    held_signal();
+    if (slot->result != RESULT_CONTROLLER_REFUSES || held_signal() == 0) {
+        progress_wait(slot->record->wait_time);
+    }
+    note_stop_signal();
 }
 
 // A download that is due is not made: its image is examined instead.
@@ -143,13 +183,13 @@ void check_drive(drive* slot) {
 // Both halves of a listed drive's line, and its update between them.
 void handle_drive(flash* program, drive* slot, bool matched) {
     const int index = static_cast<int>(program->drive_count) + 1;
-    copy_text(slot->level_before, slot->pd->code_level);
+    slot->check = program->check;
     if (matched && slot->pd->size == 0) {
         slot->pd->size = slot->record->size;
     }
     progress_clear();
     const size_t column = print_drive_info(slot, 0, index);
-    std::fflush(stdout);
+    flush_output();
     progress_continue(column);
     if (matched) {
         slot->found = 1;
@@ -159,16 +199,17 @@ void handle_drive(flash* program, drive* slot, bool matched) {
             check_is_update(slot);
         }
     }
+    copy_text(slot->level_before, slot->pd->code_level);
     if (slot->update == 1 && program->check != 0) {
         check_drive(slot);
     } else if (slot->update == 1) {
-        hold_stop_signal();
+        hold_signals();
         update_drive(slot);
     }
     progress_clear();
     print_drive_info(slot, 1, index);
-    std::fflush(stdout);
-    release_stop_signal();
+    flush_output();
+    release_signals();
     ++program->drive_count;
 }
 
@@ -181,7 +222,7 @@ void flash_drive(flash* program, _pd_info* pd) {
         report_left_out(pd, LEFT_OUT_IDENTIFY_FAILED, nullptr);
         return;
     }
-    std::fflush(stdout);
+    flush_output();
     if (check_serial_number(pd) != 0) {
         TRACE_PRINT("duplicate");
         report_left_out(pd, LEFT_OUT_DUPLICATE, duplicate_of());
@@ -195,6 +236,9 @@ void flash_drive(flash* program, _pd_info* pd) {
 int flash_drives(flash* program, _storage_lib* lib) {
     const uint32_t selected = count_selected(program, lib);
     if (selected == 0) {
+        for (uint32_t i = 0; i < lib->pd_count; ++i) {
+            report_left_out(&lib->pd_list[i], LEFT_OUT_NOT_SELECTED, nullptr);
+        }
         TRACE_PRINT("pd count == 0");
         std::printf("No Physical Disk found\n\n");
         return FLASH_STATUS_NO_DRIVE;
@@ -231,22 +275,36 @@ int flash_by_profile(flash* program, _storage_lib* lib) {
         print_error_msg(message_no_profile);
         return FLASH_STATUS_NO_PROFILE;
     }
+    lock_drives(program->check == 0);
     init_storage_lib(lib);
     const int rc = flash_drives(program, lib);
+    // Out before the libraries go, which may take the process along.
+    write_report(program, lib, rc);
+    flush_output();
     un_init_storage_lib(lib);
+    unlock_drives();
     return rc;
 }
 
-}  // namespace
+// Opens the log. One that would overwrite what a run needs is refused.
+int open_log(const flash* program) {
+    if (is_run_file(program->log_file, program->profile_file)) {
+        complain("the log `%s' would overwrite a data file or an image", program->log_file);
+        return FLASH_STATUS_BAD_OPTIONS;
+    }
+    if (init_log(program->log_file) == 0) {
+        complain("the log `%s' cannot be opened: %s", program->log_file, std::strerror(errno));
+    }
+    return 0;
+}
 
-int run_flash_drives(int argc, char** argv) {
-    TRACE_PRINT("Entering %s", __func__);
-    hold_signals();
+int run(int argc, char** argv, bool check) {
     mirvok::flash program;
     init_program(&program);
     int rc = parse_command_line(argc, argv, &program);
+    program.check = check ? 1 : 0;
     if (program.log_on != 0 && rc == 0) {
-        init_log(program.log_file);
+        rc = open_log(&program);
     }
     const int message = check_params(&program);
     print_banner("FLASH");
@@ -260,7 +318,22 @@ int run_flash_drives(int argc, char** argv) {
     }
     write_report(&program, &lib, rc);
     un_init_program(&program);
+    return rc;
+}
+
+}  // namespace
+
+int run_flash_drives(int argc, char** argv) {
+    TRACE_PRINT("Entering %s", __func__);
+    const int rc = run(argc, argv, false);
     TRACE_PRINT("Exiting %s, rc = %d", __func__, rc);
+    return rc;
+}
+
+int run_check_drives(int argc, char** argv) {
+    TRACE_PRINT("Entering %s", "run_flash_drives");
+    const int rc = run(argc, argv, true);
+    TRACE_PRINT("Exiting %s, rc = %d", "run_flash_drives", rc);
     return rc;
 }
 
@@ -290,34 +363,33 @@ void init_program(flash* program) {
 
 int parse_command_line(int argc, char** argv, flash* program) {
     TRACE_PRINT("Entering %s", __func__);
-    // Options that are accepted and have no effect here set `unused`.
-    static int unused = 0;
-    static int debug = 0;
+    // Options that main has read set `global`.
+    static int global = 0;
     static int force = 0;
     static int all = 0;
-    static int check = 0;
     static const option options[] = {
         {"help", OPTION_NO_ARGUMENT, nullptr, 'h'},       {"usage", OPTION_NO_ARGUMENT, nullptr, 'h'},
-        {"debug", OPTION_NO_ARGUMENT, &debug, 1},         {"adapter", OPTION_REQUIRED_ARGUMENT, nullptr, 'a'},
+        {"debug", OPTION_NO_ARGUMENT, &global, 1},         {"adapter", OPTION_REQUIRED_ARGUMENT, nullptr, 'a'},
         {"slot", OPTION_REQUIRED_ARGUMENT, nullptr, 's'}, {"profile", OPTION_REQUIRED_ARGUMENT, nullptr, 'b'},
         {"force", OPTION_NO_ARGUMENT, &force, 1},         {"all", OPTION_NO_ARGUMENT, &all, 1},
-        {"log", OPTION_REQUIRED_ARGUMENT, nullptr, 'l'},  {"os", OPTION_NO_ARGUMENT, &unused, 1},
-        {"verbose", OPTION_NO_ARGUMENT, &unused, 1},      {"check", OPTION_NO_ARGUMENT, &check, 1},
-        {"json", OPTION_REQUIRED_ARGUMENT, nullptr, 0},   {nullptr, OPTION_NO_ARGUMENT, nullptr, 0},
+        {"log", OPTION_REQUIRED_ARGUMENT, nullptr, 'l'},  {"os", OPTION_NO_ARGUMENT, &global, 1},
+        {"verbose", OPTION_NO_ARGUMENT, &global, 1},      {"check", OPTION_NO_ARGUMENT, &global, 1},
+        {"json", OPTION_REQUIRED_ARGUMENT, &global, 1},   {nullptr, OPTION_NO_ARGUMENT, nullptr, 0},
     };
-    TRACE_PRINT("debug:%d,force:%d,program->force:%d", debug, force, program->force);
+    TRACE_PRINT("debug:%d,force:%d,program->force:%d", global, force, program->force);
     int rc = 0;
     int character = 0;
-    while ((character = getopt_long(argc, argv, "a:s:b:f:l:hdc", options, nullptr)) != -1) {
+    while ((character = getopt_long(argc, argv, short_options, options, nullptr)) != -1) {
         TRACE_PRINT("ch=%Xh,optarg=%s\n", static_cast<unsigned int>(character),
                     optarg != nullptr ? optarg : "(null)");
-        if (take_option(argv[0], character, program) != 0) {
+        if (take_option(character, program) != 0) {
             rc = FLASH_STATUS_BAD_OPTIONS;
         }
     }
     program->force = static_cast<uint16_t>(force);
     program->all = static_cast<uint16_t>(all);
-    program->check = static_cast<uint16_t>(check);
+    const int unread = look_at_unread(argc, argv, options, &global);
+    rc = unread != 0 ? unread : rc;
     TRACE_PRINT("Exiting %s, rc = %d", __func__, rc);
     return rc;
 }

@@ -51,11 +51,12 @@ enum outcome_t {
 };
 outcome_t outcome_of(const drive* slot);
 
-// Runs the operation and returns the exit status.
+// Runs the operation and returns the exit status. run_check_drives downloads nothing, whatever the options
+// say.
 int run_flash_drives(int argc, char** argv);
+int run_check_drives(int argc, char** argv);
 
-// The steps of a run. parse_command_line returns 0, or FLASH_STATUS_BAD_OPTIONS for an option text that does
-// not fit its field; check_params returns 0 or a message code.
+// The steps of a run. parse_command_line returns 0, or FLASH_STATUS_BAD_OPTIONS for an option that is refused; check_params returns 0 or a message code.
 void init_program(flash* program);
 int parse_command_line(int argc, char** argv, flash* program);
 int check_params(flash* program);

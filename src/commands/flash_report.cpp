@@ -49,6 +49,8 @@ constexpr result_text refusal_texts[] = {
     {RESULT_PROTOCOL_NOT_SUPPORTED, text_protocol, text_protocol_log, ARGUMENT_NONE},
     {RESULT_UPDATE_NOT_ALLOWED, text_not_allowed, text_not_allowed, ARGUMENT_NONE},
 };
+constexpr result_text text_unsupported_state = {RESULT_STATE_NOT_SUPPORTED, text_state, text_state,
+                                                ARGUMENT_NONE};
 constexpr result_text text_latest = {0, "Flash: Latest", "Flash: Latest", ARGUMENT_NONE};
 constexpr result_text text_number = {0, "", "", ARGUMENT_CODE};
 
@@ -81,14 +83,16 @@ void report_result(const drive* slot, const result_text& row) {
 
 int print_first_half(const drive* slot, int index) {
     const _pd_info* pd = slot->pd;
-    return report(" %2d A:%3d S:%3d %s:%s-%s SNo:%8s ", index, static_cast<int>(pd->ctrl->ctrl_num),
+    return report_texts(" %2d A:%3d S:%3d %s:%s-%s SNo:%8s ", index, static_cast<int>(pd->ctrl->ctrl_num),
                   pd->device_id, pd->part_number, pd->dummy, pd->fru, pd->serial_number);
 }
 
 void print_second_half(const drive* slot) {
-    report("FW:%s size:%dGB ", slot->pd->code_level, slot->pd->size);
+    report_texts("FW:%s size:%dGB ", slot->pd->code_level, slot->pd->size);
     if (slot->found == 0) {
         report("NS");
+    } else if (slot->check != 0 && slot->result == RESULT_STATE_NOT_SUPPORTED) {
+        report_result(slot, text_unsupported_state);  // a check tells what it counts as refused
     } else if (slot->update == 0) {
         report_result(slot, find_text(refusal_texts, slot->result, text_latest));
     } else if (slot->failed == 1) {

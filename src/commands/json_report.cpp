@@ -12,6 +12,7 @@
 #include "commands/flash_report.h"
 #include "commands/report_file.h"
 #include "commands/smart.h"
+#include "common/diagnostics.h"
 #include "common/json_writer.h"
 #include "profiles/drive_sizes.h"
 
@@ -31,7 +32,7 @@ struct data_file {
     uint32_t records;
 };
 
-const char* program_name = nullptr;
+const char* report_name = nullptr;
 const char* operation_name = nullptr;
 time_t start_time = 0;
 left_out_drive left_out[max_drives];
@@ -244,8 +245,8 @@ void write_head(const _storage_lib* lib, int status) {
     write_controllers(lib);
 }
 
-void complain(int number) {
-    std::fprintf(stderr, "%s: the report cannot be written: %s\n", program_name, std::strerror(number));
+void complain_of_report(int number) {
+    complain("the report `%s' cannot be written: %s", report_name, std::strerror(number));
 }
 
 void finish() {
@@ -254,7 +255,7 @@ void finish() {
     const bool complete = json_end() == 0;
     const int rc = close_report_file(complete);
     if (rc != 0) {
-        complain(rc);
+        complain_of_report(rc);
     }
 }
 
@@ -274,13 +275,13 @@ void write_drives(const drive (&drives)[Capacity], uint32_t count, bool flashed)
 
 }  // namespace
 
-int open_report(const char* program, const char* path, const char* operation) {
-    program_name = program;
+int open_report(const char* path, const char* operation) {
+    report_name = path;
     operation_name = operation;
     start_time = std::time(nullptr);
     const int rc = open_report_file(path);
     if (rc != 0) {
-        complain(rc);
+        complain_of_report(rc);
     }
     return rc != 0 ? 1 : 0;
 }

@@ -19,10 +19,9 @@ enum left_out_t {
 };
 
 // Begins the report of a run: makes a temporary file beside `path` and sets room aside in it, so that a file
-// that cannot be made is known before any drive is touched. Returns 0, or 1 after a line on standard error
-// that begins with `program`. Signals that end the process take the temporary file away, unless the run holds
-// them.
-int open_report(const char* program, const char* path, const char* operation);
+// that cannot be made is known before any drive is touched. Returns 0, or 1 after a line on standard error.
+// Signals that end the process take the temporary file away, unless the run holds them.
+int open_report(const char* path, const char* operation);
 
 // Notes for the report; without one they do nothing.
 // name: the profile file, of which so many records were loaded; rc: 0 when it was.

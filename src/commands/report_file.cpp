@@ -10,6 +10,8 @@
 #include <cstdlib>
 #include <cstring>
 
+#include "common/signals.h"
+
 namespace mirvok {
 
 namespace {
@@ -17,7 +19,6 @@ namespace {
 // Room set aside before the run begins: enough for the report of some hundred drives.
 constexpr off_t room = 0x40000;
 constexpr char suffix[] = ".XXXXXX";
-constexpr int ending_signals[] = {SIGINT, SIGTERM, SIGHUP, SIGQUIT, SIGPIPE};
 
 char final_path[PATH_MAX];
 char temporary_path[PATH_MAX + sizeof(suffix)];
@@ -37,12 +38,20 @@ void clean_up_at_signals() {
     }
 }
 
-// An existing file must be one that could be written, though it is replaced.
-int check_place(const char* path) {
+mode_t mode_for_new_files() {
+    const mode_t mask = umask(0);
+    umask(mask);
+    return 0666 & ~mask;
+}
+
+// An existing file must be one that could be written, though it is replaced; its mode is kept.
+int check_place(const char* path, mode_t* mode) {
     struct stat status = {};
+    *mode = mode_for_new_files();
     if (stat(path, &status) != 0) {
         return errno == ENOENT ? 0 : errno;
     }
+    *mode = status.st_mode & 0777;
     if (S_ISDIR(status.st_mode)) {
         return EISDIR;
     }
@@ -52,14 +61,12 @@ int check_place(const char* path) {
     return access(path, W_OK) != 0 ? errno : 0;
 }
 
-int open_temporary() {
+int open_temporary(mode_t mode) {
     const int descriptor = mkstemp(temporary_path);
     if (descriptor < 0) {
         return errno;
     }
-    const mode_t mask = umask(0);
-    umask(mask);
-    fchmod(descriptor, 0666 & ~mask);
+    fchmod(descriptor, mode);
     const int rc = posix_fallocate(descriptor, 0, room);
     file = rc == 0 ? fdopen(descriptor, "w") : nullptr;
     if (file == nullptr) {
@@ -89,14 +96,15 @@ int open_report_file(const char* path) {
     if (length == 0 || length >= sizeof(final_path)) {
         return length == 0 ? ENOENT : ENAMETOOLONG;
     }
-    const int rc = check_place(path);
+    mode_t mode = 0;
+    const int rc = check_place(path, &mode);
     if (rc != 0) {
         return rc;
     }
     std::snprintf(final_path, sizeof(final_path), "%s", path);
     std::snprintf(temporary_path, sizeof(temporary_path), "%s%s", path, suffix);
     clean_up_at_signals();
-    return open_temporary();
+    return open_temporary(mode);
 }
 
 std::FILE* report_file() {

@@ -9,6 +9,7 @@
 #include "common/diagnostics.h"
 #include "common/options.h"
 #include "common/progress.h"
+#include "common/run_lock.h"
 #include "common/text.h"
 #include "storage/identification.h"
 #include "storage/inventory.h"
@@ -197,11 +198,17 @@ int run_smart_drives(int argc, char** argv) {
     const int load_result = load_profiles(&program);
     report_profile(program.profile_path, load_result, load_result == 0 ? program.profile.count : 0);
     if (load_result == 0) {
+        lock_drives(false);
         init_storage_lib(&lib);
         rc = report_inventory(&program, lib);
+        // Out before the libraries go, which may take the process along.
+        write_report(&program, &lib, rc);
+        flush_output();
         un_init_storage_lib(&lib);
+        unlock_drives();
+    } else {
+        write_report(&program, &lib, rc);
     }
-    write_report(&program, &lib, rc);
     TRACE_PRINT("Exiting %s, rc = %d", __func__, rc);
     return rc;
 }

@@ -92,10 +92,10 @@ void print_smart_info(const _smart_drive* drive, unsigned short number) {
     const _pd_info& pd = *drive->pd;
     const _smart_info& info = drive->info;
     const _smart_profile_record& record = *drive->matched_record;
-    std::printf("%-3d PN:%s-%s Veltra-SN:%s FW:%s\n", number, pd.part_number, pd.fru, pd.serial_number,
+    print_texts("%-3d PN:%s-%s Veltra-SN:%s FW:%s\n", number, pd.part_number, pd.fru, pd.serial_number,
                 pd.code_level);
     if (pd.protocol == PD_PROTOCOL_NVME) {
-        std::printf("    Supplier-SN:%s\n", pd.device_serial);
+        print_texts("    Supplier-SN:%s\n", pd.device_serial);
     }
     std::printf("    Number bytes written to SSD: %s\n", info.written_valid != 0 ? info.written_text : "N/A");
     std::printf("    Number bytes supported by warranty: %dGB\n", static_cast<int>(record.warranty_gb));

@@ -6,7 +6,10 @@
 #include <cerrno>
 #include <cstdarg>
 #include <cstdio>
+#include <cstdlib>
 #include <cstring>
+
+#include "common/progress.h"
 
 namespace mirvok {
 
@@ -17,6 +20,7 @@ int os_type = 0;
 int verbose = 0;
 int stack = -1;
 std::FILE* log_handle = nullptr;
+bool log_failed = false;
 
 constexpr size_t dump_row = 16;
 
@@ -30,13 +34,37 @@ __attribute__((format(printf, 1, 0))) void write_log(const char* format, va_list
     if (log_handle == nullptr) {
         return;
     }
-    std::vfprintf(log_handle, format, arguments);
+    const bool formatted = std::vfprintf(log_handle, format, arguments) >= 0;
     // Written through line by line, so that what was done before a power cut can be read.
     const size_t length = std::strlen(format);
-    if (length > 0 && format[length - 1] == '\n') {
-        std::fflush(log_handle);
+    const bool line = length > 0 && format[length - 1] == '\n';
+    if ((!formatted || (line && std::fflush(log_handle) != 0)) && !log_failed) {
+        log_failed = true;
+        complain("the log cannot be written: %s", std::strerror(errno));
+    }
+    if (line) {
         fdatasync(fileno(log_handle));
     }
+}
+
+// Nothing that a drive says may move a terminal's cursor.
+__attribute__((format(printf, 1, 0))) int print_shown(const char* format, va_list arguments) {
+    static const bool terminal = isatty(STDOUT_FILENO) == 1;
+    if (!terminal) {
+        return std::vprintf(format, arguments);
+    }
+    char* text = nullptr;
+    const int length = vasprintf(&text, format, arguments);
+    for (int i = 0; i < length; ++i) {
+        if ((text[i] < 0x20 || text[i] > 0x7E) && (text[i] != '\n' || i + 1 != length)) {
+            text[i] = '?';
+        }
+    }
+    if (length >= 0) {
+        std::fputs(text, stdout);
+        std::free(text);
+    }
+    return length;
 }
 
 }  // namespace
@@ -76,7 +104,7 @@ void TRACE_PRINT(const char* format, ...) {
     print_blanks(stack > 0 ? static_cast<size_t>(stack) : 0);
     va_list arguments;
     va_start(arguments, format);
-    std::vprintf(format, arguments);
+    print_shown(format, arguments);
     va_end(arguments);
     std::printf("\n");
     if (std::strstr(format, "Exiting") != nullptr) {
@@ -102,15 +130,58 @@ int report(const char* format, ...) {
     return characters;
 }
 
+int print_texts(const char* format, ...) {
+    va_list arguments;
+    va_start(arguments, format);
+    const int characters = print_shown(format, arguments);
+    va_end(arguments);
+    return characters;
+}
+
+int report_texts(const char* format, ...) {
+    va_list arguments;
+    va_start(arguments, format);
+    const int characters = print_shown(format, arguments);
+    va_end(arguments);
+    va_start(arguments, format);
+    write_log(format, arguments);
+    va_end(arguments);
+    return characters;
+}
+
+void complain(const char* format, ...) {
+    progress_clear();
+    va_list arguments;
+    va_start(arguments, format);
+    std::fprintf(stderr, "%s: ", program_invocation_name);
+    std::vfprintf(stderr, format, arguments);
+    std::fputc('\n', stderr);
+    va_end(arguments);
+}
+
+void flush_output() {
+    static bool said = false;
+    errno = 0;
+    if ((std::fflush(stdout) != 0 || std::ferror(stdout) != 0) && !said) {
+        said = true;
+        complain("standard output cannot be written%s%s", errno != 0 ? ": " : "",
+                 errno != 0 ? std::strerror(errno) : "");
+    }
+}
+
 int init_log(const char* name) {
     TRACE_PRINT("init log related");
     struct stat status = {};
     // A block device is a drive, and no place for a log.
-    if (stat(name, &status) != 0 || !S_ISBLK(status.st_mode)) {
+    if (stat(name, &status) == 0 && S_ISBLK(status.st_mode)) {
+        errno = EINVAL;
+    } else {
         log_handle = std::fopen(name, "w");
     }
     if (log_handle == nullptr) {
+        const int error = errno;
         TRACE_PRINT("open log file fail");
+        errno = error;
         return 0;
     }
     TRACE_PRINT("open log file success");

@@ -1,5 +1,5 @@
 // The process-wide switches, the trace log, the flash log file, hex dumps and the whole-second sleep.
-// All output goes to standard output, except the log file's.
+// All output goes to standard output, except the log file's and complaints.
 #pragma once
 
 #include <cstddef>
@@ -26,7 +26,19 @@ void TRACE_LOG(const char* format, ...) __attribute__((format(printf, 1, 2)));
 // when standard output does not take it.
 int report(const char* format, ...) __attribute__((format(printf, 1, 2)));
 
-// Opens (creates, truncates) the log file: 1 when opened, 0 when not.
+// As printf and as report, for a line with texts of a drive: where standard output is a terminal, their bytes
+// outside 20h to 7Eh are shown as '?'. The format has no such bytes but a line feed at its end.
+int print_texts(const char* format, ...) __attribute__((format(printf, 1, 2)));
+int report_texts(const char* format, ...) __attribute__((format(printf, 1, 2)));
+
+// A line on standard error: the program's name, a colon and the formatted text.
+void complain(const char* format, ...) __attribute__((format(printf, 1, 2)));
+
+// Flushes standard output; says so once when it cannot be written.
+void flush_output();
+
+// Opens (creates, truncates) the log file: 1 when opened, 0 when not, with errno set. A log that cannot be
+// written later on is said once.
 int init_log(const char* name);
 void uninit_log();
 

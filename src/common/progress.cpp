@@ -11,6 +11,7 @@
 #include <ctime>
 
 #include "common/diagnostics.h"
+#include "common/signals.h"
 
 namespace mirvok {
 
@@ -77,6 +78,19 @@ void show(const char* text) {
     last_update = time;
 }
 
+void wait_with(void (*pass)(unsigned int), unsigned int seconds) {
+    if (!enabled) {
+        pass(seconds);
+        return;
+    }
+    for (; seconds > 0; --seconds) {
+        char text[48];
+        std::snprintf(text, sizeof(text), "waiting, %u s left", seconds);
+        show(text);
+        pass(1);
+    }
+}
+
 }  // namespace
 
 void init_progress() {
@@ -137,16 +151,11 @@ void progress_attempt(int attempt, int attempts) {
 }
 
 void progress_wait(unsigned int seconds) {
-    if (!enabled) {
-        sleep_wait(seconds);
-        return;
-    }
-    for (; seconds > 0; --seconds) {
-        char text[48];
-        std::snprintf(text, sizeof(text), "waiting, %u s left", seconds);
-        show(text);
-        sleep_wait(1);
-    }
+    wait_with(sleep_wait, seconds);
+}
+
+void progress_wait_unless_stopped(unsigned int seconds) {
+    wait_with(sleep_until_stopped, seconds);
 }
 
 void progress_clear() {

@@ -27,6 +27,9 @@ void progress_attempt(int attempt, int attempts);
 // Sleeps whole seconds and shows how many are left.
 void progress_wait(unsigned int seconds);
 
+// The same, but only until a signal is held that ends the run.
+void progress_wait_unless_stopped(unsigned int seconds);
+
 void progress_clear();
 
 }  // namespace mirvok

@@ -1,70 +1,111 @@
 #include "common/signals.h"
 
+#include <algorithm>
 #include <csignal>
+#include <ctime>
+#include <iterator>
 
 namespace mirvok {
 
 namespace {
 
-constexpr int ending_signals[] = {SIGINT, SIGTERM, SIGHUP, SIGQUIT, SIGPIPE, SIGXFSZ, SIGXCPU};
+constexpr int synchronous_signals[] = {SIGSEGV, SIGBUS, SIGFPE, SIGILL, SIGTRAP, SIGSYS, SIGABRT};
+constexpr int harmless_signals[] = {SIGCHLD, SIGCONT, SIGURG, SIGWINCH, SIGTSTP, SIGTTIN, SIGTTOU};
 
-sigset_t held;
+bool holding = false;      // a download was begun in this run
+bool downloading = false;  // everything is held
+sigset_t ending;           // what would end the process, and is held from the first download on
+sigset_t mask_released;
 int first_signal = 0;
 
-sigset_t mask_before_stop;
 sigset_t mask_before_sequence;
-bool stop_held = false;
+
+template <size_t Count>
+bool is_among(const int (&signals)[Count], int number) {
+    return std::find(std::begin(signals), std::end(signals), number) != std::end(signals);
+}
+
+// A signal that somebody handles, a library for its timer, ends nothing; our own handlers do.
+bool ends_process(int number) {
+    struct sigaction action = {};
+    if (is_among(harmless_signals, number) || is_among(synchronous_signals, number) ||
+        sigaction(number, nullptr, &action) != 0) {
+        return false;
+    }
+    return action.sa_handler == SIG_DFL ||
+           (action.sa_handler != SIG_IGN && is_among(ending_signals, number));
+}
+
+// Everything but the synchronous signals; KILL and STOP can't be held.
+void hold_all(sigset_t* before) {
+    sigset_t all;
+    sigfillset(&all);
+    for (const int number : synchronous_signals) {
+        sigdelset(&all, number);
+    }
+    sigprocmask(SIG_BLOCK, &all, before);
+}
+
+void choose_ending_signals() {
+    sigemptyset(&ending);
+    for (int number = 1; number <= SIGRTMAX; ++number) {
+        if (ends_process(number)) {
+            sigaddset(&ending, number);
+        }
+    }
+}
 
 }  // namespace
 
 void hold_signals() {
     // Blocked, not caught: a signal that interrupts SG_IO makes the kernel issue the command again.
-    sigemptyset(&held);
-    for (const int number : ending_signals) {
-        struct sigaction action = {};
-        if (sigaction(number, nullptr, &action) == 0 && action.sa_handler != SIG_IGN) {
-            sigaddset(&held, number);
+    sigset_t before;
+    hold_all(&before);
+    if (!holding) {
+        choose_ending_signals();
+        sigorset(&mask_released, &before, &ending);
+    }
+    holding = true;
+    downloading = true;
+}
+
+void release_signals() {
+    if (downloading) {
+        sigprocmask(SIG_SETMASK, &mask_released, nullptr);
+        downloading = false;
+    }
+}
+
+void note_stop_signal() {
+    if (downloading) {
+        hold_all(nullptr);
+    }
+    sigset_t pending;
+    if (!holding || first_signal != 0 || sigpending(&pending) != 0) {
+        return;
+    }
+    for (int number = 1; number <= SIGRTMAX; ++number) {
+        if (sigismember(&ending, number) == 1 && sigismember(&pending, number) == 1) {
+            first_signal = number;
+            return;
         }
     }
-    sigprocmask(SIG_BLOCK, &held, nullptr);
 }
 
 int held_signal() {
-    sigset_t pending;
-    if (first_signal == 0 && sigpending(&pending) == 0) {
-        for (const int number : ending_signals) {
-            if (sigismember(&held, number) == 1 && sigismember(&pending, number) == 1) {
-                first_signal = number;
-                break;
-            }
-        }
-    }
+    note_stop_signal();
     return first_signal;
 }
 
-void hold_stop_signal() {
-    sigset_t set;
-    sigemptyset(&set);
-    sigaddset(&set, SIGTSTP);
-    sigaddset(&set, SIGTTOU);
-    sigprocmask(SIG_BLOCK, &set, &mask_before_stop);
-    stop_held = true;
-}
-
-void release_stop_signal() {
-    if (stop_held) {
-        sigprocmask(SIG_SETMASK, &mask_before_stop, nullptr);
-        stop_held = false;
+void sleep_until_stopped(unsigned int seconds) {
+    if (held_signal() == 0) {
+        const struct timespec time = {static_cast<time_t>(seconds), 0};
+        first_signal = std::max(sigtimedwait(&ending, nullptr, &time), 0);
     }
 }
 
 void begin_unbroken_sequence() {
-    sigset_t set;
-    sigemptyset(&set);
-    for (const int number : ending_signals) {
-        sigaddset(&set, number);
-    }
-    sigprocmask(SIG_BLOCK, &set, &mask_before_sequence);
+    hold_all(&mask_before_sequence);
 }
 
 void end_unbroken_sequence() {

@@ -1,23 +1,33 @@
-// Signals that would end the run: held back, so that none cuts a firmware download or has a command sent
-// twice.
+// Signals and downloads: from the first download of a run on, none ends the run before the drive's line is
+// printed, and none has a command sent twice.
 #pragma once
+
+#include <csignal>
 
 namespace mirvok {
 
-// Holds SIGINT, SIGTERM, SIGHUP, SIGQUIT, SIGPIPE, SIGXFSZ and SIGXCPU from now on, except those that the
-// process ignores.
+// Those that the report's temporary file is taken away for.
+constexpr int ending_signals[] = {SIGINT, SIGTERM, SIGHUP, SIGQUIT, SIGPIPE, SIGXFSZ, SIGXCPU};
+
+// Before a download: holds every signal that can be held but the synchronous ones. What the process ignores
+// stays ignored. From the first call on, the signals that would end the process stay held.
 void hold_signals();
 
-// The first signal that came since hold_signals, 0 when none did. Called between the steps of a download too,
-// so that of two signals the first one is known.
+// After the drive's line: what was held and does not end the process, as SIGTSTP, has its usual effect again.
+void release_signals();
+
+// Between two pieces of a download: notes the first signal that came, so that of two it is known, and holds
+// them all again, whatever a library did to the mask meanwhile.
+void note_stop_signal();
+
+// The first signal that came since the first download began and ends the run, 0 when none did. Notes it too.
 int held_signal();
 
-// Between these a signal that would end the run waits: what was switched on must be switched off again.
+// Sleeps whole seconds, or until a signal is held that ends the run.
+void sleep_until_stopped(unsigned int seconds);
+
+// Between these signals wait: what was switched on must be switched off again.
 void begin_unbroken_sequence();
 void end_unbroken_sequence();
-
-// Holds SIGTSTP (and SIGTTOU) through a download; released, it has its usual effect.
-void hold_stop_signal();
-void release_stop_signal();
 
 }  // namespace mirvok

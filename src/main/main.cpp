@@ -1,7 +1,7 @@
-// The entry: the operation word, the three global switches, and the run function of the operation.
-#include <fcntl.h>
+// The entry: the operation word, the global switches, and the run function of the operation.
 #include <unistd.h>
 
+#include <csignal>
 #include <cstdlib>
 #include <cstring>
 
@@ -9,6 +9,7 @@
 #include "commands/flash.h"
 #include "commands/json_report.h"
 #include "commands/smart.h"
+#include "common/descriptors.h"
 #include "common/diagnostics.h"
 #include "common/progress.h"
 
@@ -24,6 +25,7 @@ enum operation_t {
     OPERATION_CDEF = 4,
     OPERATION_PROFILE = 5,
     OPERATION_RAIDFW = 6,
+    OPERATION_CHECK = 7,
 };
 
 struct operation_word {
@@ -34,6 +36,7 @@ struct operation_word {
 constexpr operation_word operation_words[] = {
     {"find", OPERATION_FIND}, {"profile", OPERATION_PROFILE}, {"flash", OPERATION_FLASH},
     {"cdef", OPERATION_CDEF}, {"smart", OPERATION_SMART},     {"raidfw", OPERATION_RAIDFW},
+    {"check", OPERATION_CHECK},
 };
 
 operation_t opt = OPERATION_UNKNOWN;
@@ -41,6 +44,7 @@ int debug_flag = 0;
 int OSTYPE = 0;
 int verbose = 0;
 const char* report_path = nullptr;  // of --json
+bool check_seen = false;            // an argument that may be meant for --check
 
 // Leading digits; anything else, and a value that is missing, counts as 0.
 int decimal(const char* text) {
@@ -73,6 +77,7 @@ int get_operation(int argc, char** argv) {
         }
     }
     for (int i = 2; i < argc; ++i) {
+        check_seen = check_seen || std::strncmp(argv[i], "--c", 3) == 0;
         const char* value = i + 1 < argc ? argv[i + 1] : nullptr;
         if (std::strcmp(argv[i], "--debug") == 0) {
             debug_flag = 1;
@@ -90,35 +95,33 @@ int get_operation(int argc, char** argv) {
     return 0;
 }
 
-// A drive that was opened as descriptor 1 or 2 would be sent what the program prints: the three standard
-// descriptors must be taken before the first drive is opened.
-bool occupy_standard_descriptors() {
-    for (int descriptor = 0; descriptor <= 2; ++descriptor) {
-        if (fcntl(descriptor, F_GETFD) < 0 && open("/dev/null", O_RDWR) < 0) {
-            return false;
-        }
-    }
-    return true;
-}
-
-// The report of a run is begun before the run; find runs on without one.
+// The report of a run is begun before the run; find runs on without one. A check has none of the ways of a
+// flash to a download.
 int run_operation(int argc, char** argv) {
-    const bool reported = report_path == nullptr || open_report(argv[0], report_path, argv[1]) == 0;
-    switch (opt) {
-        case OPERATION_FIND:
-            run_find_drives(argc, argv);
-            return 0;
-        case OPERATION_FLASH:
-            return reported ? run_flash_drives(argc, argv) : FLASH_STATUS_BAD_OPTIONS;
-        default:
-            return reported ? run_smart_drives(argc, argv) : FLASH_STATUS_BAD_OPTIONS;
+    const bool check = opt == OPERATION_CHECK || (opt == OPERATION_FLASH && check_seen);
+    if (opt == OPERATION_FIND) {
+        std::signal(SIGXFSZ, SIG_IGN);  // a full file ends the output, not the run
     }
+    const bool reported =
+        report_path == nullptr || open_report(report_path, check ? "flash" : argv[1]) == 0;
+    if (opt == OPERATION_FIND) {
+        run_find_drives(argc, argv);
+        return 0;
+    }
+    if (!reported) {
+        return FLASH_STATUS_BAD_OPTIONS;
+    }
+    if (check) {
+        return run_check_drives(argc, argv);
+    }
+    return opt == OPERATION_FLASH ? run_flash_drives(argc, argv) : run_smart_drives(argc, argv);
 }
 
 int run(int argc, char** argv) {
     get_operation(argc, argv);
     if (!occupy_standard_descriptors()) {
-        return opt == OPERATION_FLASH || opt == OPERATION_SMART ? FLASH_STATUS_BAD_OPTIONS : 0;
+        const bool ends_well = opt != OPERATION_FLASH && opt != OPERATION_SMART && opt != OPERATION_CHECK;
+        return ends_well ? 0 : static_cast<int>(FLASH_STATUS_BAD_OPTIONS);
     }
     set_debug(debug_flag);
     init_progress();
@@ -126,6 +129,7 @@ int run(int argc, char** argv) {
         case OPERATION_FIND:
         case OPERATION_FLASH:
         case OPERATION_SMART:
+        case OPERATION_CHECK:
             return run_operation(argc, argv);
         case OPERATION_UNKNOWN:
             TRACE_PRINT("unknown operation");
@@ -140,5 +144,7 @@ int run(int argc, char** argv) {
 }  // namespace mirvok
 
 int main(int argc, char** argv) {
-    return mirvok::run(argc, argv);
+    const int status = mirvok::run(argc, argv);
+    mirvok::flush_output();
+    _exit(status);  // what a library left behind in the process has no say any more
 }

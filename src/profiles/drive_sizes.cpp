@@ -4,6 +4,7 @@
 #include <cstring>
 
 #include "common/bytes.h"
+#include "common/data_file.h"
 #include "common/diagnostics.h"
 
 namespace mirvok {
@@ -84,7 +85,7 @@ int read_table(std::FILE* file) {
 int load_drive_sizes(const char* name) {
     TRACE_PRINT("Entering %s", __func__);
     int rc = 1;
-    std::FILE* file = std::fopen(name, "rb");
+    std::FILE* file = open_data_file(name);
     if (file != nullptr) {
         rc = read_table(file);
         std::fclose(file);

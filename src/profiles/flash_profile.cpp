@@ -6,6 +6,7 @@
 #include <cstring>
 
 #include "common/bytes.h"
+#include "common/data_file.h"
 #include "common/diagnostics.h"
 #include "common/text.h"
 
@@ -97,7 +98,7 @@ int load_profile(const char* path, profile** out) {
                 static_cast<int>(record_size));
     int rc = 1;
     errno = 0;
-    std::FILE* file = std::fopen(path, "rb");
+    std::FILE* file = open_data_file(path);
     if (file == nullptr) {
         print_system_error("Error opening profile file");
     } else {

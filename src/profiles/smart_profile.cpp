@@ -4,6 +4,7 @@
 #include <cstring>
 
 #include "common/bytes.h"
+#include "common/data_file.h"
 #include "common/diagnostics.h"
 #include "common/text.h"
 
@@ -89,7 +90,7 @@ int read_profile(std::FILE* file, _smart_profile* profile) {
 int load_profiles(const char* path, _smart_profile* profile) {
     TRACE_PRINT("Entering %s", __func__);
     int rc = SMART_PROFILE_NOT_OPENED;
-    std::FILE* file = std::fopen(path, "rb");
+    std::FILE* file = open_data_file(path);
     if (file != nullptr) {
         rc = read_profile(file, profile);
         std::fclose(file);

@@ -76,7 +76,7 @@ bool poll_controller(uint32_t ctrl_id, uint16_t ctrl_type) {
             return true;
         }
         TRACE_PRINT("supportPDFWDownload disabled, wait 10s");
-        progress_wait(poll_wait);
+        progress_wait_unless_stopped(poll_wait);
     }
     return false;
 }
@@ -88,7 +88,7 @@ bool await_permission(uint32_t ctrl_id, uint16_t ctrl_type, uint16_t device_id, 
     for (int attempt = 0; attempt < max_attempts && held_signal() == 0; ++attempt) {
         progress_attempt(attempt + 1, max_attempts);
         if (PrepareForPDFWDownload(ctrl_id, ctrl_type, device_id, mode, image_size) != 0) {
-            progress_wait(announcement_wait);
+            progress_wait_unless_stopped(announcement_wait);
         } else if (poll_controller(ctrl_id, ctrl_type)) {
             return held_signal() == 0;
         }

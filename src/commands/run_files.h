@@ -1,0 +1,10 @@
+// The files that a run needs.
+#pragma once
+
+namespace mirvok {
+
+// Whether a file that is to be written is a data file, `profile` among them, or lies under files/.
+// path: at most 63 characters.
+bool is_run_file(const char* path, const char* profile);
+
+}  // namespace mirvok
