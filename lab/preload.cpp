@@ -10,9 +10,9 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <csignal>
 #include <cstdarg>
 #include <cstdlib>
-#include <csignal>
 #include <cstring>
 #include <map>
 

@@ -17,11 +17,11 @@ struct drive {
     uint16_t found;          // 1 when a record matched
     match_t match;
     // The flash command's alone.
-    uint16_t update;  // 1 when a download was due, and was attempted
-    uint16_t failed;  // 1 when the download or its verification failed
-    uint32_t result;  // 0, or the code of a refusal or failure
-    uint16_t due;     // check: 1 when the download is due and its image is in order
-    uint16_t check;   // 1 in a check
+    uint16_t update;        // 1 when a download was due, and was attempted
+    uint16_t failed;        // 1 when the download or its verification failed
+    uint32_t result;        // 0, or the code of a refusal or failure
+    uint16_t due;           // check: 1 when the download is due and its image is in order
+    uint16_t check;         // 1 in a check
     char level_before[32];  // the level that the decision saw
 };
 

@@ -94,9 +94,10 @@ int look_at_unread(int argc, char** argv, const option* options, int* global) {
     }
     opterr = 1;
     if (unread) {
-        complain("options behind `%s' are not read, as POSIXLY_CORRECT has it, but for --check, --debug, "
-                 "--json, --os and --verbose",
-                 argv[1]);
+        complain(
+            "options behind `%s' are not read, as POSIXLY_CORRECT has it, but for --check, --debug, "
+            "--json, --os and --verbose",
+            argv[1]);
     }
     return selection ? static_cast<int>(FLASH_STATUS_BAD_OPTIONS) : 0;
 }
@@ -369,7 +370,7 @@ int parse_command_line(int argc, char** argv, flash* program) {
     static int all = 0;
     static const option options[] = {
         {"help", OPTION_NO_ARGUMENT, nullptr, 'h'},       {"usage", OPTION_NO_ARGUMENT, nullptr, 'h'},
-        {"debug", OPTION_NO_ARGUMENT, &global, 1},         {"adapter", OPTION_REQUIRED_ARGUMENT, nullptr, 'a'},
+        {"debug", OPTION_NO_ARGUMENT, &global, 1},        {"adapter", OPTION_REQUIRED_ARGUMENT, nullptr, 'a'},
         {"slot", OPTION_REQUIRED_ARGUMENT, nullptr, 's'}, {"profile", OPTION_REQUIRED_ARGUMENT, nullptr, 'b'},
         {"force", OPTION_NO_ARGUMENT, &force, 1},         {"all", OPTION_NO_ARGUMENT, &all, 1},
         {"log", OPTION_REQUIRED_ARGUMENT, nullptr, 'l'},  {"os", OPTION_NO_ARGUMENT, &global, 1},

@@ -56,7 +56,8 @@ outcome_t outcome_of(const drive* slot);
 int run_flash_drives(int argc, char** argv);
 int run_check_drives(int argc, char** argv);
 
-// The steps of a run. parse_command_line returns 0, or FLASH_STATUS_BAD_OPTIONS for an option that is refused; check_params returns 0 or a message code.
+// The steps of a run. parse_command_line returns 0, or FLASH_STATUS_BAD_OPTIONS for an option that is
+// refused; check_params returns 0 or a message code.
 void init_program(flash* program);
 int parse_command_line(int argc, char** argv, flash* program);
 int check_params(flash* program);

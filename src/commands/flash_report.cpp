@@ -84,7 +84,7 @@ void report_result(const drive* slot, const result_text& row) {
 int print_first_half(const drive* slot, int index) {
     const _pd_info* pd = slot->pd;
     return report_texts(" %2d A:%3d S:%3d %s:%s-%s SNo:%8s ", index, static_cast<int>(pd->ctrl->ctrl_num),
-                  pd->device_id, pd->part_number, pd->dummy, pd->fru, pd->serial_number);
+                        pd->device_id, pd->part_number, pd->dummy, pd->fru, pd->serial_number);
 }
 
 void print_second_half(const drive* slot) {

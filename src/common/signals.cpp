@@ -32,8 +32,7 @@ bool ends_process(int number) {
         sigaction(number, nullptr, &action) != 0) {
         return false;
     }
-    return action.sa_handler == SIG_DFL ||
-           (action.sa_handler != SIG_IGN && is_among(ending_signals, number));
+    return action.sa_handler == SIG_DFL || (action.sa_handler != SIG_IGN && is_among(ending_signals, number));
 }
 
 // Everything but the synchronous signals; KILL and STOP can't be held.

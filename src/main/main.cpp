@@ -34,8 +34,8 @@ struct operation_word {
 };
 
 constexpr operation_word operation_words[] = {
-    {"find", OPERATION_FIND}, {"profile", OPERATION_PROFILE}, {"flash", OPERATION_FLASH},
-    {"cdef", OPERATION_CDEF}, {"smart", OPERATION_SMART},     {"raidfw", OPERATION_RAIDFW},
+    {"find", OPERATION_FIND},   {"profile", OPERATION_PROFILE}, {"flash", OPERATION_FLASH},
+    {"cdef", OPERATION_CDEF},   {"smart", OPERATION_SMART},     {"raidfw", OPERATION_RAIDFW},
     {"check", OPERATION_CHECK},
 };
 
@@ -102,8 +102,7 @@ int run_operation(int argc, char** argv) {
     if (opt == OPERATION_FIND) {
         std::signal(SIGXFSZ, SIG_IGN);  // a full file ends the output, not the run
     }
-    const bool reported =
-        report_path == nullptr || open_report(report_path, check ? "flash" : argv[1]) == 0;
+    const bool reported = report_path == nullptr || open_report(report_path, check ? "flash" : argv[1]) == 0;
     if (opt == OPERATION_FIND) {
         run_find_drives(argc, argv);
         return 0;
