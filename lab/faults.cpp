@@ -35,6 +35,7 @@ constexpr number_name errors[] = {
 constexpr number_name signals[] = {
     {SIGINT, "INT"},   {SIGTERM, "TERM"}, {SIGHUP, "HUP"},   {SIGTSTP, "TSTP"},
     {SIGQUIT, "QUIT"}, {SIGKILL, "KILL"}, {SIGPIPE, "PIPE"}, {SIGSTOP, "STOP"},
+    {SIGALRM, "ALRM"}, {SIGUSR1, "USR1"}, {SIGTTIN, "TTIN"},
 };
 
 std::vector<std::string> words_of(const std::string& answer) {
