@@ -81,8 +81,8 @@ machine& the_machine() {
     return *m;
 }
 
-std::mutex& machine_lock() {
-    static auto* const lock = new std::mutex;
+std::recursive_mutex& machine_lock() {
+    static auto* const lock = new std::recursive_mutex;
     return *lock;
 }
 

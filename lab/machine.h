@@ -51,8 +51,9 @@ struct machine {                 // NOLINT(bugprone-exception-escape)
 // Read at the first call from the directory that home_variable names; an empty machine without one.
 machine& the_machine();
 
-// Held while a call is answered: drives, faults and journal are one thread's at a time.
-std::mutex& machine_lock();
+// Held while a call is answered: drives, faults and journal are one thread's at a time. Reading the machine
+// makes calls of its own.
+std::recursive_mutex& machine_lock();
 
 // The drive behind a node or of a name; null when there is none.
 drive* drive_at(const std::string& node);
