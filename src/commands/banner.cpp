@@ -1,7 +1,5 @@
 #include "commands/banner.h"
 
-#include <cstdio>
-
 #include "common/diagnostics.h"
 
 namespace mirvok {
@@ -9,7 +7,7 @@ namespace mirvok {
 void print_banner(const char* operation) {
     report("\nMirvok -- %s\t\t\t\tv:17.4.2[Mon Jul 30 14:18:10 2018]\n", operation);
     report("-------------------------------------------------------------------------\n");
-    std::fflush(stdout);
+    flush_output();
 }
 
 }  // namespace mirvok
