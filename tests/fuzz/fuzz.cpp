@@ -7,6 +7,8 @@
 #include <unistd.h>
 
 #include <cassert>
+#include <cerrno>
+#include <csignal>
 
 #include "commands/smart_collection.h"
 #include "commands/smart_report.h"
@@ -212,6 +214,11 @@ void* dlsym(void*, const char* name) {
 
 unsigned int sleep(unsigned int) {
     return 0;
+}
+
+int sigtimedwait(const sigset_t*, siginfo_t*, const timespec*) {
+    errno = EAGAIN;
+    return -1;
 }
 
 int open(const char* name, int) {
