@@ -4,6 +4,7 @@
 #include <sched.h>
 #include <sys/file.h>
 #include <sys/mount.h>
+#include <sys/prctl.h>
 #include <sys/stat.h>
 #include <sys/sysmacros.h>
 #include <sys/wait.h>
@@ -209,6 +210,8 @@ int run_behind_kernel(const fs::path& home, const std::function<void()>& start) 
             std::signal(SIGXFSZ, on_size_limit);
             std::signal(SIGPIPE, on_broken_pipe);
             pthread_sigmask(SIG_SETMASK, &before, nullptr);
+            // Without the lab its drives are gone, and a program that is stopped would keep the run's lock.
+            prctl(PR_SET_PDEATHSIG, SIGKILL);
             start();
         }
         the_machine().program = child;

@@ -43,7 +43,6 @@ Example: mirvok-lab --dir /tmp/work --fresh machine.json -- find --debug)";
     argv.push_back(nullptr);
     std::signal(SIGINT, SIG_DFL);
     std::signal(SIGQUIT, SIG_DFL);
-    prctl(PR_SET_PDEATHSIG, SIGTERM);
     if (chdir(directory.c_str()) == 0) {
         execv(name.c_str(), argv.data());
     }
@@ -55,6 +54,7 @@ int run_preloaded(const fs::path& home, const std::function<void()>& start_progr
     const fs::path library = fs::read_symlink("/proc/self/exe").parent_path() / "libmirvok-lab.so";
     const pid_t child = fork();
     if (child == 0) {
+        prctl(PR_SET_PDEATHSIG, SIGTERM);
         setenv("LD_PRELOAD", library.c_str(), 1);
         setenv("LD_LIBRARY_PATH", (home / "path").c_str(), 1);
         setenv(home_variable, home.c_str(), 1);
