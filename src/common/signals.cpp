@@ -9,7 +9,7 @@ namespace mirvok {
 
 namespace {
 
-constexpr int synchronous_signals[] = {SIGSEGV, SIGBUS, SIGFPE, SIGILL, SIGTRAP, SIGSYS, SIGABRT};
+constexpr int synchronous_signals[] = {SIGSEGV, SIGBUS, SIGFPE, SIGILL, SIGTRAP, SIGSYS};
 constexpr int harmless_signals[] = {SIGCHLD, SIGCONT, SIGURG, SIGWINCH, SIGTSTP, SIGTTIN, SIGTTOU};
 
 bool holding = false;      // a download was begun in this run

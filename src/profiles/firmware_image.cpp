@@ -2,6 +2,7 @@
 
 #include <sys/stat.h>
 
+#include "common/data_file.h"
 #include "common/diagnostics.h"
 #include "storage/device_model.h"
 
@@ -9,9 +10,14 @@ namespace mirvok {
 
 namespace {
 
+bool is_refused(const struct stat& status) {
+    return !S_ISREG(status.st_mode) || is_log_file(status.st_dev, status.st_ino);
+}
+
 int examine_image(std::FILE* file, const image_rule& rule, uint32_t* size) {
     struct stat status = {};
-    if (fstat(fileno(file), &status) != 0 || !S_ISREG(status.st_mode) || status.st_size <= 0) {
+    // What was opened counts: it may have come in the image's place since its path was looked at.
+    if (fstat(fileno(file), &status) != 0 || is_refused(status) || status.st_size <= 0) {
         return RESULT_IMAGE_UNREADABLE;
     }
     if (status.st_size > static_cast<off_t>(rule.max_size) || status.st_size % rule.multiple != 0) {
@@ -35,8 +41,7 @@ bool get_image_state(std::FILE* file, image_state* state) {
 
 bool is_refused_image(const char* path) {
     struct stat status = {};
-    return stat(path, &status) == 0 &&
-           (!S_ISREG(status.st_mode) || is_log_file(status.st_dev, status.st_ino));
+    return stat(path, &status) == 0 && is_refused(status);
 }
 
 int open_image(const char* path, const image_rule& rule, std::FILE** file, uint32_t* size) {
@@ -46,7 +51,7 @@ int open_image(const char* path, const image_rule& rule, std::FILE** file, uint3
     if (is_refused_image(path)) {
         rc = RESULT_IMAGE_UNREADABLE;
     } else {
-        opened = std::fopen(path, "rb");
+        opened = open_data_file(path);
     }
     if (opened != nullptr) {
         rc = examine_image(opened, rule, size);

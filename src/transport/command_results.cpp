@@ -22,11 +22,13 @@ uint8_t get_sense_key(const uint8_t* sense) {
 }  // namespace
 
 bool is_carried_out(const uint8_t* sense) {
-    return get_sense_key(sense) <= key_recovered_error;
+    const bool deferred = (sense[0] & 1) != 0;
+    return !deferred && get_sense_key(sense) <= key_recovered_error;
 }
 
 bool is_refused(uint8_t status, const uint8_t* sense) {
-    return !is_carried_out(sense) && (status != 0 || get_sense_key(sense) != key_absent);
+    const uint8_t key = get_sense_key(sense);
+    return status != 0 ? !is_carried_out(sense) : key != key_absent && key > key_recovered_error;
 }
 
 bool is_unit_attention(uint8_t status, const uint8_t* sense) {

@@ -7,7 +7,7 @@
 namespace mirvok {
 
 // Whether `sense` (18 bytes or more) holds sense data of key 0h or 1h, with which the command was carried out
-// (SPC-4, 4.5 and 4.5.6).
+// (SPC-4, 4.5 and 4.5.6). A deferred error (71h, 73h) is an earlier command's, and this one was not.
 bool is_carried_out(const uint8_t* sense);
 
 // Whether the device refused the command: a status that is not GOOD without such sense data, or GOOD beside

@@ -171,6 +171,8 @@ TEST(FirmwareDownload, EndsWithThePieceThatWasNotTaken) {
         {[](sg_io_hdr* h) { return h->status = 2, h->sbp[0] = 0x72, h->sbp[1] = 6, 0; }, false},
         {[](sg_io_hdr* h) { return h->status = 0, h->sbp[0] = 0x72, h->sbp[1] = 6, 0; }, false},
         {[](sg_io_hdr* h) { return h->status = 0, h->sbp[0] = 0x73, h->sbp[1] = 1, 0; }, true},
+        {[](sg_io_hdr* h) { return h->status = 2, h->sbp[0] = 0x73, h->sbp[1] = 1, 0; }, false},
+        {[](sg_io_hdr* h) { return h->status = 2, h->sbp[0] = 0x72, h->sbp[1] = 1, 0; }, true},
         {[](sg_io_hdr* h) { return h->status = 0, h->sbp[0] = 0x74, h->sbp[1] = 6, 0; }, true},
     };
     uint8_t image[65537] = {};
