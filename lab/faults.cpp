@@ -33,10 +33,9 @@ constexpr number_name errors[] = {
 };
 
 constexpr number_name signals[] = {
-    {SIGALRM, "ALRM"}, {SIGUSR1, "USR1"}, {SIGPWR, "PWR"},   {SIGTTIN, "TTIN"},
-    {SIGINT, "INT"},   {SIGTERM, "TERM"}, {SIGHUP, "HUP"},   {SIGTSTP, "TSTP"},
-    {SIGQUIT, "QUIT"}, {SIGKILL, "KILL"}, {SIGPIPE, "PIPE"}, {SIGSTOP, "STOP"},
-    {SIGALRM, "ALRM"}, {SIGUSR1, "USR1"}, {SIGTTIN, "TTIN"},
+    {SIGALRM, "ALRM"}, {SIGUSR1, "USR1"}, {SIGPWR, "PWR"},   {SIGTTIN, "TTIN"}, {SIGINT, "INT"},
+    {SIGTERM, "TERM"}, {SIGHUP, "HUP"},   {SIGTSTP, "TSTP"}, {SIGQUIT, "QUIT"}, {SIGKILL, "KILL"},
+    {SIGPIPE, "PIPE"}, {SIGSTOP, "STOP"}, {SIGALRM, "ALRM"}, {SIGUSR1, "USR1"}, {SIGTTIN, "TTIN"},
 };
 
 std::vector<std::string> words_of(const std::string& answer) {
