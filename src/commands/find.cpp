@@ -1,50 +1,43 @@
 #include "commands/find.h"
 
+#include <algorithm>
 #include <cstdio>
 #include <cstdlib>
 
 #include "commands/banner.h"
+#include "commands/drive_walk.h"
 #include "commands/json_report.h"
 #include "common/diagnostics.h"
 #include "common/progress.h"
-#include "common/run_lock.h"
 #include "common/text.h"
-#include "storage/identification.h"
-#include "storage/inventory.h"
-#include "storage/vendor_checks.h"
 
 namespace mirvok {
 
 namespace {
 
-// Identifies one drive and lists it, unless it cannot be identified or was listed before.
-void find_drive(_find_program* program, _pd_info* pd) {
+bool look_up(void* run, _pd_info* pd) {
+    auto* program = static_cast<_find_program*>(run);
     drive* slot = &program->drives[program->drive_count];
     *slot = {};
-    progress_step("identifying");
-    if (get_pd_information(pd) == RESULT_IDENTIFY_FAILED) {
-        TRACE_PRINT("Get SATA Identify Fail.");
-        report_left_out(pd, LEFT_OUT_IDENTIFY_FAILED, nullptr);
-        return;
-    }
-    if (check_serial_number(pd) != 0) {
-        TRACE_PRINT("duplicate");
-        report_left_out(pd, LEFT_OUT_DUPLICATE, duplicate_of());
-        return;
-    }
     slot->pd = pd;
-    if (lookup_drive(program->profile, slot) == 0) {
-        if (pd->size == 0) {
-            pd->size = slot->record->size;
-        }
-        slot->found = 1;
+    slot->found = lookup_drive(program->profile, slot) == 0 ? 1 : 0;
+    return true;
+}
+
+void take(void* run, _pd_info* pd) {
+    auto* program = static_cast<_find_program*>(run);
+    drive* slot = &program->drives[program->drive_count];
+    if (slot->found == 1 && pd->size == 0) {
+        pd->size = slot->record->size;
     }
     progress_clear();
     print_drive_info(slot, program->drive_count + 1);
     ++program->drive_count;
 }
 
-int find_drives(_find_program* program, _storage_lib* lib) {
+constexpr drive_operation operation = {false, true, nullptr, look_up, take};
+
+int find_drives(_find_program* program, const _storage_lib* lib, left_out_list* left_out) {
     if (lib->ctrl_count == 0) {
         TRACE_PRINT("ctrl count == 0");
         return 2;
@@ -55,11 +48,7 @@ int find_drives(_find_program* program, _storage_lib* lib) {
     }
     TRACE_PRINT("storagelib ctrl_count:%d, pd_count:%d", static_cast<int>(lib->ctrl_count),
                 static_cast<int>(lib->pd_count));
-    for (uint32_t i = 0; i < lib->pd_count; ++i) {
-        progress_drive(i + 1, lib->pd_count);
-        find_drive(program, &lib->pd_list[i]);
-    }
-    progress_clear();
+    walk_drives(operation, program, lib, left_out);
     TRACE_PRINT("drive count:%d", program->drive_count);
     dump_find_result(program);
     return 0;
@@ -74,23 +63,22 @@ int run_find_drives(int argc, char** argv) {
     init_program(&program);
     parse_command_line(argc, argv, &program);
     check_params(&program);
+    run_record record;
+    begin_record(&record);
     _storage_lib lib = {};
-    const int load_result = load_profile(program.profile_file, &program.profile);
-    report_profile(program.profile_file, load_result,
-                   program.profile != nullptr ? program.profile->count : 0);
+    const bool loaded = load_profile(program.profile_file, &program.profile) == 0;
+    note_profile(&record, program.profile_file, loaded,
+                 program.profile != nullptr ? program.profile->count : 0);
     int rc = 1;
-    if (load_result == 0) {
-        lock_drives(false);
-        init_storage_lib(&lib);
-        rc = find_drives(&program, &lib);
-        // Out before the libraries go, which may take the process along.
-        write_report(&program, &lib, 0);
-        flush_output();
-        un_init_storage_lib(&lib);
-        unlock_drives();
+    if (loaded) {
+        open_inventory(&lib, false);
+        rc = find_drives(&program, &lib, &record.left_out);
     } else {
         complain("the profile `%s' cannot be read", program.profile_file);
-        write_report(&program, &lib, 0);
+    }
+    write_report(&program, &lib, record, 0);
+    if (loaded) {
+        close_inventory(&lib);
     }
     std::free(program.profile);
     TRACE_PRINT("Exiting %s, rc = %d", __func__, rc);
@@ -138,19 +126,15 @@ void print_drive_info(drive* slot, int index) {
 
 void dump_find_result(_find_program* program) {
     TRACE_PRINT("Entering %s", __func__);
-    int sas = 0;
-    int sata = 0;
-    int m2 = 0;
-    int nvme = 0;
+    int counts[PD_PROTOCOL_OTHER + 1] = {};
     for (uint16_t i = 0; i < program->drive_count; ++i) {
         const uint32_t protocol = program->drives[i].pd->protocol;
         TRACE_PRINT("drive type:%d", static_cast<int>(protocol));
-        sas += protocol == PD_PROTOCOL_SAS ? 1 : 0;
-        sata += protocol == PD_PROTOCOL_SATA ? 1 : 0;
-        m2 += protocol == PD_PROTOCOL_M2 ? 1 : 0;
-        nvme += protocol == PD_PROTOCOL_NVME ? 1 : 0;
+        ++counts[std::min<uint32_t>(protocol, PD_PROTOCOL_OTHER)];
     }
-    std::printf("\n find %d (SAS:%d SATA:%d M2:%d NVME:%d)\n\n", program->drive_count, sas, sata, m2, nvme);
+    std::printf("\n find %d (SAS:%d SATA:%d M2:%d NVME:%d)\n\n", program->drive_count,
+                counts[PD_PROTOCOL_SAS], counts[PD_PROTOCOL_SATA], counts[PD_PROTOCOL_M2],
+                counts[PD_PROTOCOL_NVME]);
     TRACE_PRINT("Exiting %s", __func__);
 }
 

@@ -39,36 +39,14 @@ enum flash_status_t {
     FLASH_STATUS_NO_PROFILE = 5,
 };
 
-// What became of a listed drive.
-enum outcome_t {
-    OUTCOME_LATEST,
-    OUTCOME_NOT_IN_PROFILE,
-    OUTCOME_REFUSED,
-    OUTCOME_DUE,
-    OUTCOME_UPDATED,
-    OUTCOME_FAILED,
-    outcome_count,
-};
-outcome_t outcome_of(const drive* slot);
-
 // Runs the operation and returns the exit status. run_check_drives downloads nothing, whatever the options
 // say.
 int run_flash_drives(int argc, char** argv);
 int run_check_drives(int argc, char** argv);
 
-// The steps of a run. parse_command_line returns 0, or FLASH_STATUS_BAD_OPTIONS for an option that is
-// refused; check_params returns 0 or a message code.
+// The record of a run: cleared at its start, released at its end, the log with it.
 void init_program(flash* program);
-int parse_command_line(int argc, char** argv, flash* program);
-int check_params(flash* program);
 void un_init_program(flash* program);
-
-// Decides whether a drive with a matched record needs its firmware: slot->update and slot->result tell.
-void check_is_update(drive* slot);
-
-// 0 when both texts are equal; 2 when their lengths differ, else the sign of the first byte that does.
-int compare_code_level(const char* current, uint32_t current_length, const char* expected,
-                       uint32_t expected_length);
 
 // Prints the message of a code (4 or 5) as a line on standard output; other codes print nothing.
 void print_error_msg(uint32_t code);

@@ -10,12 +10,17 @@ namespace {
 
 enum text_argument_t { ARGUMENT_NONE, ARGUMENT_IMAGE, ARGUMENT_CODE };
 
+// Where a drive that was not downloaded to has the text in its line; elsewhere the line says that it is up to
+// date.
+enum refusal_t { REFUSAL_UNSAID, REFUSAL_IN_CHECK, REFUSAL_SAID };
+
 // The text of a result code: on the screen, in the log, and what follows it.
 struct result_text {
     uint32_t code;
     const char* screen;
     const char* log;
     text_argument_t argument;
+    refusal_t refusal;
 };
 
 constexpr char text_image_lost[] = "firmware file lost:";
@@ -30,38 +35,26 @@ constexpr char text_state[] = "firmware update status is not supported now, plea
 constexpr char text_protocol[] = "PD is not SAS,SATA,NVME type, not supported";
 constexpr char text_protocol_log[] = "firmware update is not supported on this pd";
 
-// Texts of a failed download.
-constexpr result_text failure_texts[] = {
-    {RESULT_IMAGE_LOST, text_image_lost, text_image_lost, ARGUMENT_IMAGE},
-    {RESULT_LEVEL_MISMATCH, text_mismatch, text_mismatch, ARGUMENT_NONE},
-    {RESULT_UPDATE_NOT_ALLOWED, text_not_allowed, text_not_allowed, ARGUMENT_NONE},
-    {RESULT_DOWNLOAD_FAILED, text_failed, text_failed, ARGUMENT_CODE},
-    {RESULT_IMAGE_UNREADABLE, text_unreadable, text_unreadable, ARGUMENT_IMAGE},
-    {RESULT_CONTROLLER_REFUSES, text_controller, text_controller, ARGUMENT_NONE},
-    {RESULT_NO_DRIVE_INFORMATION, text_failed, text_failed, ARGUMENT_CODE},
-    {RESULT_STATE_NOT_SUPPORTED, text_state, text_state, ARGUMENT_NONE},
-    {RESULT_PROTOCOL_NOT_SUPPORTED, text_protocol, text_protocol_log, ARGUMENT_NONE},
+constexpr result_text result_texts[] = {
+    {RESULT_IMAGE_LOST, text_image_lost, text_image_lost, ARGUMENT_IMAGE, REFUSAL_UNSAID},
+    {RESULT_LEVEL_MISMATCH, text_mismatch, text_mismatch, ARGUMENT_NONE, REFUSAL_UNSAID},
+    {RESULT_UPDATE_NOT_ALLOWED, text_not_allowed, text_not_allowed, ARGUMENT_NONE, REFUSAL_SAID},
+    {RESULT_DOWNLOAD_FAILED, text_failed, text_failed, ARGUMENT_CODE, REFUSAL_UNSAID},
+    {RESULT_IMAGE_UNREADABLE, text_unreadable, text_unreadable, ARGUMENT_IMAGE, REFUSAL_UNSAID},
+    {RESULT_CONTROLLER_REFUSES, text_controller, text_controller, ARGUMENT_NONE, REFUSAL_SAID},
+    {RESULT_NO_DRIVE_INFORMATION, text_failed, text_failed, ARGUMENT_CODE, REFUSAL_UNSAID},
+    {RESULT_STATE_NOT_SUPPORTED, text_state, text_state, ARGUMENT_NONE, REFUSAL_IN_CHECK},
+    {RESULT_PROTOCOL_NOT_SUPPORTED, text_protocol, text_protocol_log, ARGUMENT_NONE, REFUSAL_SAID},
 };
+constexpr result_text text_number = {0, "", "", ARGUMENT_CODE, REFUSAL_UNSAID};
 
-// Texts of a drive that was not downloaded to; every other code shows that the drive is up to date.
-constexpr result_text refusal_texts[] = {
-    {RESULT_CONTROLLER_REFUSES, text_controller, text_controller, ARGUMENT_NONE},
-    {RESULT_PROTOCOL_NOT_SUPPORTED, text_protocol, text_protocol_log, ARGUMENT_NONE},
-    {RESULT_UPDATE_NOT_ALLOWED, text_not_allowed, text_not_allowed, ARGUMENT_NONE},
-};
-constexpr result_text text_unsupported_state = {RESULT_STATE_NOT_SUPPORTED, text_state, text_state,
-                                                ARGUMENT_NONE};
-constexpr result_text text_latest = {0, "Flash: Latest", "Flash: Latest", ARGUMENT_NONE};
-constexpr result_text text_number = {0, "", "", ARGUMENT_CODE};
-
-template <size_t Count>
-const result_text& find_text(const result_text (&texts)[Count], uint32_t code, const result_text& other) {
-    for (const result_text& row : texts) {
+const result_text& find_text(uint32_t code) {
+    for (const result_text& row : result_texts) {
         if (row.code == code) {
             return row;
         }
     }
-    return other;
+    return text_number;
 }
 
 void append_argument(const drive* slot, const result_text& row, char* text, size_t room) {
@@ -87,22 +80,38 @@ int print_first_half(const drive* slot, int index) {
                         pd->device_id, pd->part_number, pd->dummy, pd->fru, pd->serial_number);
 }
 
+void print_refusal(const drive* slot) {
+    const result_text& row = find_text(slot->result);
+    if (row.refusal == REFUSAL_SAID || (row.refusal == REFUSAL_IN_CHECK && slot->check != 0)) {
+        report_result(slot, row);
+    } else {
+        report("Flash: Latest");
+    }
+}
+
 void print_second_half(const drive* slot) {
     report_texts("FW:%s size:%dGB ", slot->pd->code_level, slot->pd->size);
-    if (slot->found == 0) {
-        report("NS");
-    } else if (slot->check != 0 && slot->result == RESULT_STATE_NOT_SUPPORTED) {
-        report_result(slot, text_unsupported_state);  // a check tells what it counts as refused
-    } else if (slot->update == 0) {
-        report_result(slot, find_text(refusal_texts, slot->result, text_latest));
-    } else if (slot->failed == 1) {
-        report("Flash: Fail(");
-        report_result(slot, find_text(failure_texts, slot->result, text_number));
-        report(")");
-    } else if (slot->due == 1) {
-        report("Flash: Due(%s)", slot->record->fw_level);
-    } else {
-        report("Flash: Success");
+    switch (slot->outcome) {
+        case OUTCOME_NOT_IN_PROFILE:
+            report("NS");
+            break;
+        case OUTCOME_REFUSED:
+            print_refusal(slot);
+            break;
+        case OUTCOME_FAILED:
+            report("Flash: Fail(");
+            report_result(slot, find_text(slot->result));
+            report(")");
+            break;
+        case OUTCOME_DUE:
+            report("Flash: Due(%s)", slot->record->fw_level);
+            break;
+        case OUTCOME_UPDATED:
+            report("Flash: Success");
+            break;
+        default:
+            report("Flash: Latest");
+            break;
     }
     report("\n");
 }
@@ -134,13 +143,18 @@ void count_drive(const drive* slot) {
     if (slot->update != 1) {
         return;
     }
-    const uint32_t protocol = slot->pd->protocol;
-    if (protocol == PD_PROTOCOL_SAS) {
-        ++ctrl->flashed_sas;
-    } else if (is_sata_family(protocol)) {
-        ++ctrl->flashed_sata;
-    } else if (protocol == PD_PROTOCOL_NVME) {
-        ++ctrl->flashed_nvme;
+    switch (drive_kind(slot->pd->protocol)) {
+        case DRIVE_SAS:
+            ++ctrl->flashed_sas;
+            break;
+        case DRIVE_SATA:
+            ++ctrl->flashed_sata;
+            break;
+        case DRIVE_NVME:
+            ++ctrl->flashed_nvme;
+            break;
+        default:
+            break;
     }
     ++ctrl->flashed;
     if (slot->failed == 1) {
@@ -174,7 +188,7 @@ const char* label_of(ctrl_type_t type) {
 }
 
 const char* text_of_result(const drive* slot, char (&text)[text_of_result_size]) {
-    const result_text& row = find_text(failure_texts, slot->result, text_number);
+    const result_text& row = find_text(slot->result);
     const int length = std::snprintf(text, sizeof(text), "%s", row.screen);
     append_argument(slot, row, text + length, sizeof(text) - static_cast<size_t>(length));
     return text;
@@ -225,7 +239,7 @@ int print_check_result(flash* program) {
     TRACE_PRINT("Entering %s", __func__);
     int counts[outcome_count] = {};
     for (uint32_t i = 0; i < program->drive_count; ++i) {
-        ++counts[outcome_of(&program->drives[i])];
+        ++counts[program->drives[i].outcome];
     }
     report("\n check %d (due:%d latest:%d refused:%d failed:%d NS:%d)\n\n",
            static_cast<int>(program->drive_count), counts[OUTCOME_DUE], counts[OUTCOME_LATEST],

@@ -2,9 +2,7 @@
 
 #include <unistd.h>
 
-#include <cerrno>
 #include <cstdio>
-#include <cstring>
 #include <ctime>
 
 #include "commands/find.h"
@@ -12,43 +10,19 @@
 #include "commands/flash_report.h"
 #include "commands/report_file.h"
 #include "commands/smart.h"
-#include "common/diagnostics.h"
 #include "common/json_writer.h"
 #include "profiles/drive_sizes.h"
+#include "storage/drive_paths.h"
 
 namespace mirvok {
 
 namespace {
-
-struct left_out_drive {
-    const _pd_info* pd;
-    left_out_t reason;
-    const _pd_info* duplicate_of;
-};
-
-struct data_file {
-    const char* name;
-    bool loaded;
-    uint32_t records;
-};
-
-const char* report_name = nullptr;
-const char* operation_name = nullptr;
-time_t start_time = 0;
-left_out_drive left_out[max_drives];
-uint32_t left_out_count = 0;
-data_file profile_file = {};
 
 struct code_name {
     uint32_t code;
     const char* name;
 };
 
-constexpr code_name path_names[] = {{VENDOR_HOST, "host"},
-                                    {VENDOR_AVAGO, "storelib"},
-                                    {VENDOR_MV, "marvell"},
-                                    {VENDOR_CSMI, "csmi"},
-                                    {VENDOR_NVME, "nvme"}};
 constexpr code_name protocol_names[] = {{PD_PROTOCOL_SAS, "SAS"},    {PD_PROTOCOL_SATA, "SATA"},
                                         {PD_PROTOCOL_NVME, "NVMe"},  {PD_PROTOCOL_M2, "M2"},
                                         {PD_PROTOCOL_SCSI, "SCSI"},  {PD_PROTOCOL_SATA_OTHER, "SATA"},
@@ -135,7 +109,7 @@ void write_drive(const drive& slot, uint32_t number) {
 }
 
 void write_flash_result(const drive& slot) {
-    const outcome_t outcome = outcome_of(&slot);
+    const outcome_t outcome = slot.outcome;
     json_open_object("flash");
     json_text("level_before", slot.level_before);
     json_text("level_after", slot.pd->code_level);
@@ -189,7 +163,7 @@ void write_controllers(const _storage_lib* lib) {
         json_open_object(nullptr);
         json_unsigned("number", ctrl.ctrl_num);
         json_unsigned("id", ctrl.ctrl_id);
-        json_text("path", name_of(path_names, ctrl.vendor, "unknown"));
+        json_text("path", path_of(&ctrl).name);
         json_text("type", label_of(ctrl.type));
         json_unsigned("drives", ctrl.pd_count);
         json_close();
@@ -197,15 +171,16 @@ void write_controllers(const _storage_lib* lib) {
     json_close();
 }
 
-void write_left_out() {
+void write_left_out(const left_out_list& list) {
     json_open_array("left_out");
-    for (uint32_t i = 0; i < left_out_count; ++i) {
+    for (uint32_t i = 0; i < list.count; ++i) {
+        const left_out_drive& left = list.drives[i];
         json_open_object(nullptr);
-        write_place(left_out[i].pd);
-        json_text("reason", name_of(reason_names, left_out[i].reason, nullptr));
-        if (left_out[i].duplicate_of != nullptr) {
+        write_place(left.pd);
+        json_text("reason", name_of(reason_names, left.reason, nullptr));
+        if (left.duplicate_of != nullptr) {
             json_open_object("duplicate_of");
-            write_place(left_out[i].duplicate_of);
+            write_place(left.duplicate_of);
             json_close();
         } else {
             json_null("duplicate_of");
@@ -215,7 +190,7 @@ void write_left_out() {
     json_close();
 }
 
-void write_head(const _storage_lib* lib, int status) {
+void write_head(const char* operation, const _storage_lib* lib, const run_record& record, int status) {
     char host[256] = {};
     gethostname(host, sizeof(host) - 1);
     json_begin(report_file());
@@ -225,16 +200,16 @@ void write_head(const _storage_lib* lib, int status) {
     json_text("name", "mirvok");
     json_text("version", "17.4.2");
     json_close();
-    json_text("operation", operation_name);
+    json_text("operation", operation);
     json_text("host", host);
-    write_time("start", start_time);
+    write_time("start", record.start);
     write_time("end", std::time(nullptr));
     json_number("exit_status", status);
     json_open_array("data_files");
-    if (profile_file.name != nullptr) {
+    if (record.profile_name != nullptr) {
         json_open_object(nullptr);
-        json_text("name", profile_file.name);
-        write_number_or_null("records", profile_file.loaded, profile_file.records);
+        json_text("name", record.profile_name);
+        write_number_or_null("records", record.profile_loaded, record.profile_records);
         json_close();
     }
     json_open_object(nullptr);
@@ -245,18 +220,10 @@ void write_head(const _storage_lib* lib, int status) {
     write_controllers(lib);
 }
 
-void complain_of_report(int number) {
-    complain("the report `%s' cannot be written: %s", report_name, std::strerror(number));
-}
-
-void finish() {
-    write_left_out();
+void finish(const run_record& record) {
+    write_left_out(record.left_out);
     json_close();
-    const bool complete = json_end() == 0;
-    const int rc = close_report_file(complete);
-    if (rc != 0) {
-        complain_of_report(rc);
-    }
+    close_report_file(json_end() == 0);
 }
 
 template <size_t Capacity>
@@ -275,47 +242,40 @@ void write_drives(const drive (&drives)[Capacity], uint32_t count, bool flashed)
 
 }  // namespace
 
-int open_report(const char* path, const char* operation) {
-    report_name = path;
-    operation_name = operation;
-    start_time = std::time(nullptr);
-    const int rc = open_report_file(path);
-    if (rc != 0) {
-        complain_of_report(rc);
-    }
-    return rc != 0 ? 1 : 0;
+void begin_record(run_record* record) {
+    record->start = std::time(nullptr);
+    record->profile_name = nullptr;
+    record->left_out.count = 0;
 }
 
-void report_profile(const char* name, int rc, uint32_t records) {
-    profile_file = {name, rc == 0, records};
+void note_profile(run_record* record, const char* name, bool loaded, uint32_t records) {
+    record->profile_name = name;
+    record->profile_loaded = loaded;
+    record->profile_records = records;
 }
 
-void report_left_out(const _pd_info* pd, left_out_t reason, const _pd_info* duplicate_of) {
-    if (report_file() != nullptr && left_out_count < max_drives) {
-        left_out[left_out_count++] = {pd, reason, duplicate_of};
-    }
-}
-
-void write_report(const _find_program* program, const _storage_lib* lib, int status) {
+void write_report(const _find_program* program, const _storage_lib* lib, const run_record& record,
+                  int status) {
     if (report_file() != nullptr) {
-        write_head(lib, status);
+        write_head("find", lib, record, status);
         write_drives(program->drives, program->drive_count, false);
-        finish();
+        finish(record);
     }
 }
 
-void write_report(const flash* program, const _storage_lib* lib, int status) {
+void write_report(const flash* program, const _storage_lib* lib, const run_record& record, int status) {
     if (report_file() != nullptr) {
-        write_head(lib, status);
+        write_head("flash", lib, record, status);
         json_bool("check", program->check != 0);
         write_drives(program->drives, program->drive_count, true);
-        finish();
+        finish(record);
     }
 }
 
-void write_report(const _smart_program* program, const _storage_lib* lib, int status) {
+void write_report(const _smart_program* program, const _storage_lib* lib, const run_record& record,
+                  int status) {
     if (report_file() != nullptr) {
-        write_head(lib, status);
+        write_head("smart", lib, record, status);
         json_open_array("drives");
         for (uint32_t i = 0; i < program->total_count; ++i) {
             json_open_object(nullptr);
@@ -324,7 +284,7 @@ void write_report(const _smart_program* program, const _storage_lib* lib, int st
             json_close();
         }
         json_close();
-        finish();
+        finish(record);
     }
 }
 

@@ -10,6 +10,7 @@
 #include <cstdlib>
 #include <cstring>
 
+#include "common/diagnostics.h"
 #include "common/signals.h"
 
 namespace mirvok {
@@ -89,9 +90,11 @@ void sync_directory() {
     }
 }
 
-}  // namespace
+void complain_of(const char* path, int number) {
+    complain("the report `%s' cannot be written: %s", path, std::strerror(number));
+}
 
-int open_report_file(const char* path) {
+int open_beside(const char* path) {
     const size_t length = std::strlen(path);
     if (length == 0 || length >= sizeof(final_path)) {
         return length == 0 ? ENOENT : ENAMETOOLONG;
@@ -107,11 +110,21 @@ int open_report_file(const char* path) {
     return open_temporary(mode);
 }
 
+}  // namespace
+
+int open_report_file(const char* path) {
+    const int rc = open_beside(path);
+    if (rc != 0) {
+        complain_of(path, rc);
+    }
+    return rc != 0 ? 1 : 0;
+}
+
 std::FILE* report_file() {
     return file;
 }
 
-int close_report_file(bool complete) {
+void close_report_file(bool complete) {
     int rc = 0;
     if (!complete || std::fflush(file) != 0 || ftruncate(fileno(file), std::ftell(file)) != 0 ||
         fsync(fileno(file)) != 0) {
@@ -126,10 +139,10 @@ int close_report_file(bool complete) {
     }
     if (rc != 0) {
         unlink(temporary_path);
+        complain_of(final_path, rc);
     } else {
         sync_directory();
     }
-    return rc;
 }
 
 }  // namespace mirvok

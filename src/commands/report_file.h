@@ -5,15 +5,16 @@
 
 namespace mirvok {
 
-// Makes a temporary file beside `path` with room set aside, and sees that the process takes it away when a
-// signal ends it. Returns 0, or an error number.
+// Begins the report of a run: makes a temporary file beside `path` with room set aside in it, so that a file
+// that cannot be made is known before any drive is touched, and sees that the process takes it away when a
+// signal ends it. Returns 0, or 1 after a line on standard error.
 int open_report_file(const char* path);
 
 // The temporary file, null when none is open.
 std::FILE* report_file();
 
 // Puts the temporary file in its place, written through to the disk, or takes it away when `complete` is
-// false. Returns 0 or an error number; an older file stays then.
-int close_report_file(bool complete);
+// false. Where that fails an older file stays, which a line on standard error says.
+void close_report_file(bool complete);
 
 }  // namespace mirvok

@@ -3,17 +3,13 @@
 #include <cstdio>
 #include <cstdlib>
 
+#include "commands/drive_walk.h"
 #include "commands/json_report.h"
 #include "commands/smart_collection.h"
 #include "commands/smart_report.h"
 #include "common/diagnostics.h"
 #include "common/options.h"
 #include "common/progress.h"
-#include "common/run_lock.h"
-#include "common/text.h"
-#include "storage/identification.h"
-#include "storage/inventory.h"
-#include "storage/vendor_checks.h"
 
 namespace mirvok {
 
@@ -66,54 +62,38 @@ void take_option(int character, _smart_program* program) {
     }
 }
 
-// Finds the drive's profile record: by part number, by 8S part number, and, for the maker's own drives, by
-// product identification. A drive found in one of the latter two ways takes the record's part number. Returns
-// 0 when found.
-int find_drive_record(_smart_program* program, _smart_drive* drive) {
-    _pd_info* pd = drive->pd;
-    _smart_profile* profile = &program->profile;
-    drive->match = MATCH_PART_NUMBER;
-    int rc = find_profile(pd->part_number, profile, &drive->matched_record, 0);
-    if (rc == 0) {
-        return 0;
-    }
-    drive->match = MATCH_PART_NUMBER_8S;
-    rc = find_profile(pd->part_number_8s, profile, &drive->matched_record, 0);
-    if (rc != 0 && is_veltra_disk(pd) == 0) {
-        drive->match = MATCH_PRODUCT_ID;
-        rc = find_profile(pd->product_id, profile, &drive->matched_record, 1);
-    }
-    if (rc == 0) {
-        copy_text(pd->part_number, drive->matched_record->part_number);
-    }
-    return rc;
-}
-
 void count_drive(_smart_program* program, uint32_t protocol) {
-    if (protocol == PD_PROTOCOL_SAS) {
-        ++program->sas_count;
-    } else if (is_sata_family(protocol)) {
-        ++program->sata_count;
-    } else if (protocol == PD_PROTOCOL_NVME) {
-        ++program->nvme_count;
+    switch (drive_kind(protocol)) {
+        case DRIVE_SAS:
+            ++program->sas_count;
+            break;
+        case DRIVE_SATA:
+            ++program->sata_count;
+            break;
+        case DRIVE_NVME:
+            ++program->nvme_count;
+            break;
+        default:
+            break;
     }
     ++program->total_count;
 }
 
-void report_drive(_smart_program* program, _pd_info* pd) {
+bool look_up(void* run, _pd_info* pd) {
+    auto* program = static_cast<_smart_program*>(run);
     _smart_drive* drive = &program->drives[program->total_count];
     *drive = {};
     drive->pd = pd;
-    progress_step("identifying");
-    get_pd_information(pd);
-    if (check_serial_number(pd) != 0) {
-        report_left_out(pd, LEFT_OUT_DUPLICATE, duplicate_of());
-        return;
-    }
-    if (find_drive_record(program, drive) != 0) {
-        report_left_out(pd, LEFT_OUT_NOT_IN_PROFILE, nullptr);
-        return;
-    }
+    drive->match = find_drive(pd, &drive->matched_record,
+                              [program](const char* key, _smart_profile_record** record, uint16_t by_pid) {
+                                  return find_profile(key, &program->profile, record, by_pid);
+                              });
+    return drive->match != MATCH_NONE;
+}
+
+void take(void* run, _pd_info* pd) {
+    auto* program = static_cast<_smart_program*>(run);
+    _smart_drive* drive = &program->drives[program->total_count];
     progress_step("reading SMART data");
     get_drive_smart(drive);
     progress_clear();
@@ -121,7 +101,9 @@ void report_drive(_smart_program* program, _pd_info* pd) {
     print_smart_info(drive, program->total_count);
 }
 
-int report_inventory(_smart_program* program, const _storage_lib& lib) {
+constexpr drive_operation operation = {true, false, nullptr, look_up, take};
+
+int report_inventory(_smart_program* program, const _storage_lib& lib, left_out_list* left_out) {
     if (lib.ctrl_count == 0) {
         TRACE_PRINT("ctrl count == 0");
         return STATUS_NO_CONTROLLER;
@@ -131,11 +113,7 @@ int report_inventory(_smart_program* program, const _storage_lib& lib) {
         return STATUS_NO_DRIVE;
     }
     TRACE_PRINT("pd count:%u", lib.pd_count);
-    for (uint32_t i = 0; i < lib.pd_count; ++i) {
-        progress_drive(i + 1, lib.pd_count);
-        report_drive(program, &lib.pd_list[i]);
-    }
-    progress_clear();
+    walk_drives(operation, program, &lib, left_out);
     print_smart_result(program);
     return STATUS_OK;
 }
@@ -194,20 +172,18 @@ int run_smart_drives(int argc, char** argv) {
     init_program(&program);
     parse_command_line(argc, argv, &program);
     check_params(&program);
+    run_record record;
+    begin_record(&record);
+    const bool loaded = load_profiles(&program) == 0;
+    note_profile(&record, program.profile_path, loaded, loaded ? program.profile.count : 0);
     int rc = STATUS_NO_PROFILE;
-    const int load_result = load_profiles(&program);
-    report_profile(program.profile_path, load_result, load_result == 0 ? program.profile.count : 0);
-    if (load_result == 0) {
-        lock_drives(false);
-        init_storage_lib(&lib);
-        rc = report_inventory(&program, lib);
-        // Out before the libraries go, which may take the process along.
-        write_report(&program, &lib, rc);
-        flush_output();
-        un_init_storage_lib(&lib);
-        unlock_drives();
-    } else {
-        write_report(&program, &lib, rc);
+    if (loaded) {
+        open_inventory(&lib, false);
+        rc = report_inventory(&program, lib, &record.left_out);
+    }
+    write_report(&program, &lib, record, rc);
+    if (loaded) {
+        close_inventory(&lib);
     }
     TRACE_PRINT("Exiting %s, rc = %d", __func__, rc);
     return rc;

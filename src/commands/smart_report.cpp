@@ -94,7 +94,7 @@ void print_smart_info(const _smart_drive* drive, unsigned short number) {
     const _smart_profile_record& record = *drive->matched_record;
     print_texts("%-3d PN:%s-%s Veltra-SN:%s FW:%s\n", number, pd.part_number, pd.fru, pd.serial_number,
                 pd.code_level);
-    if (pd.protocol == PD_PROTOCOL_NVME) {
+    if (drive_kind(pd.protocol) == DRIVE_NVME) {
         print_texts("    Supplier-SN:%s\n", pd.device_serial);
     }
     std::printf("    Number bytes written to SSD: %s\n", info.written_valid != 0 ? info.written_text : "N/A");

@@ -14,7 +14,7 @@ std::FILE* open_data_file(const char* path) {
         return nullptr;
     }
     struct stat status = {};
-    if (fstat(descriptor, &status) != 0 || (!S_ISREG(status.st_mode) && !S_ISDIR(status.st_mode))) {
+    if (fstat(descriptor, &status) != 0 || !S_ISREG(status.st_mode)) {
         close(descriptor);
         errno = EINVAL;
         return nullptr;

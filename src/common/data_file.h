@@ -5,8 +5,8 @@
 
 namespace mirvok {
 
-// Opens a regular file for reading; null, with errno set, where it is none or cannot be opened: a pipe would
-// be waited for. A directory opens, and nothing can be read from it.
+// Opens a regular file for reading; null, with errno set, where it is none or cannot be opened. A pipe would
+// be waited for.
 std::FILE* open_data_file(const char* path);
 
 }  // namespace mirvok

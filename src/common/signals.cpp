@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <csignal>
+#include <cstring>
 #include <ctime>
 #include <iterator>
 
@@ -35,13 +36,18 @@ bool ends_process(int number) {
     return action.sa_handler == SIG_DFL || (action.sa_handler != SIG_IGN && is_among(ending_signals, number));
 }
 
+sigset_t make_set_of_all() {
+    sigset_t set;
+    sigfillset(&set);
+    for (const int number : synchronous_signals) {
+        sigdelset(&set, number);
+    }
+    return set;
+}
+
 // Everything but the synchronous signals; KILL and STOP can't be held.
 void hold_all(sigset_t* before) {
-    sigset_t all;
-    sigfillset(&all);
-    for (const int number : synchronous_signals) {
-        sigdelset(&all, number);
-    }
+    static const sigset_t all = make_set_of_all();
     sigprocmask(SIG_BLOCK, &all, before);
 }
 
@@ -79,12 +85,16 @@ void note_stop_signal() {
     if (downloading) {
         hold_all(nullptr);
     }
-    sigset_t pending;
+    const sigset_t none = {};
+    sigset_t pending = none;
     if (!holding || first_signal != 0 || sigpending(&pending) != 0) {
         return;
     }
-    for (int number = 1; number <= SIGRTMAX; ++number) {
-        if (sigismember(&ending, number) == 1 && sigismember(&pending, number) == 1) {
+    sigandset(&pending, &pending, &ending);
+    // Between most pieces nothing is; sigisemptyset overlooks real-time signals.
+    const bool any = std::memcmp(&pending, &none, sizeof(none)) != 0;
+    for (int number = 1; any && number <= SIGRTMAX; ++number) {
+        if (sigismember(&pending, number) == 1) {
             first_signal = number;
             return;
         }

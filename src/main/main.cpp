@@ -7,7 +7,7 @@
 
 #include "commands/find.h"
 #include "commands/flash.h"
-#include "commands/json_report.h"
+#include "commands/report_file.h"
 #include "commands/smart.h"
 #include "common/descriptors.h"
 #include "common/diagnostics.h"
@@ -102,7 +102,7 @@ int run_operation(int argc, char** argv) {
     if (opt == OPERATION_FIND) {
         std::signal(SIGXFSZ, SIG_IGN);  // a full file ends the output, not the run
     }
-    const bool reported = report_path == nullptr || open_report(report_path, check ? "flash" : argv[1]) == 0;
+    const bool reported = report_path == nullptr || open_report_file(report_path) == 0;
     if (opt == OPERATION_FIND) {
         run_find_drives(argc, argv);
         return 0;

@@ -229,7 +229,7 @@ int dll_mv_drive_fw_update(uint8_t adapter, uint8_t device, const char* path) {
         sleep_wait(row->wait);
         poll_again = row->poll_again;
         rc = row->result;
-        held_signal();
+        note_stop_signal();
     }
     TRACE_PRINT("Exiting function %s, ERR_CODE:%d", __func__, rc);
     return rc;

@@ -228,7 +228,7 @@ int DoPDFWDownload_7(uint32_t ctrl_id, uint16_t device_id, uint16_t ctrl_type, u
         offset += length;
         block_offset += count_blocks(download_chunk);
         progress_sent(offset, image_size);
-        held_signal();
+        note_stop_signal();
     }
     TRACE_PRINT("Exiting %s, rc = %d", __func__, rc);
     return rc;

@@ -94,7 +94,7 @@ int send_pieces(_pd_info* pd, uint8_t* image, uint32_t size, uint32_t chunk, uin
         rc = send(pd, mode, {i, count, offset, length, chunk, size}, image + offset);
         offset += length;
         progress_sent(offset, size);
-        held_signal();
+        note_stop_signal();
     }
     close_node(pd);
     return rc;

@@ -121,7 +121,7 @@ int download_firmware_image(uint32_t handle, const uint8_t* image, uint32_t size
         TRACE_PRINT("offset:%#x transfer size:%#x", offset, transfer);
         offset += transfer;
         progress_sent(offset, size);
-        held_signal();
+        note_stop_signal();
     }
     return result;
 }
