@@ -26,7 +26,8 @@ int held_signal();
 // Sleeps whole seconds, or until a signal is held that ends the run.
 void sleep_until_stopped(unsigned int seconds);
 
-// Between these signals wait: what was switched on must be switched off again.
+// Between these signals wait: what was switched on must be switched off again, and a library is
+// started with them held, so that no thread of its own takes one that is the program's.
 void begin_unbroken_sequence();
 void end_unbroken_sequence();
 

@@ -6,7 +6,9 @@
 #include <cstddef>
 #include <iterator>
 
+#include "common/descriptors.h"
 #include "common/diagnostics.h"
+#include "common/signals.h"
 #include "raid/shared_library.h"
 
 namespace mirvok {
@@ -69,10 +71,10 @@ int load_and_initialise() {
 
 int load_dlls_mv() {
     TRACE_PRINT("Entering %s", __func__);
-    sigset_t mask;
-    begin_library_start(&mask);
+    begin_unbroken_sequence();  // threads that a library starts inherit the mask
     const int rc = load_and_initialise();
-    end_library_start(&mask);
+    end_unbroken_sequence();
+    occupy_standard_descriptors();  // whatever a library closed
     TRACE_PRINT("Exiting %s, rc = %d", __func__, rc);
     return rc;
 }

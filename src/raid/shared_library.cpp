@@ -9,15 +9,11 @@
 #include <cstdlib>
 #include <cstring>
 
-#include "common/descriptors.h"
-
 namespace mirvok {
 
 namespace {
 
 constexpr int open_mode = RTLD_LAZY | RTLD_NODELETE;
-
-constexpr int fault_signals[] = {SIGSEGV, SIGBUS, SIGFPE, SIGILL, SIGTRAP, SIGSYS};
 
 // Why what stands there must not run as this user; null when it may.
 const char* find_distrust(const struct stat* status) {
@@ -96,20 +92,6 @@ void* open_library(const char* name) {
         handle = dlopen(local_name, open_mode);
     }
     return handle;
-}
-
-void begin_library_start(sigset_t* mask) {
-    sigset_t blocked;
-    sigfillset(&blocked);
-    for (const int number : fault_signals) {
-        sigdelset(&blocked, number);
-    }
-    sigprocmask(SIG_SETMASK, &blocked, mask);
-}
-
-void end_library_start(const sigset_t* mask) {
-    sigprocmask(SIG_SETMASK, mask, nullptr);
-    occupy_standard_descriptors();
 }
 
 }  // namespace mirvok

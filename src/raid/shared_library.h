@@ -1,8 +1,6 @@
 // Closed libraries are found where the loader looks, or else in the working directory.
 #pragma once
 
-#include <csignal>
-
 namespace mirvok {
 
 // Opens `name` with lazy binding, else "./" and `name`; the second only where nobody but root and the
@@ -10,11 +8,5 @@ namespace mirvok {
 // directory. Returns the handle, which the caller gives to dlclose, or null; dlerror then tells why the last
 // name failed. The library's code stays in memory until the process ends: it may have threads.
 void* open_library(const char* name);
-
-// Between these libraries are loaded and initialised: with every signal blocked but those that a fault
-// raises, so that no thread of theirs takes a signal that is the program's. The end restores the mask that
-// stood in *mask, whatever the libraries made of it, and opens the standard descriptors that they closed.
-void begin_library_start(sigset_t* mask);
-void end_library_start(const sigset_t* mask);
 
 }  // namespace mirvok

@@ -2,10 +2,11 @@
 
 #include <dlfcn.h>
 
-#include <csignal>
 #include <cstdio>
 
+#include "common/descriptors.h"
 #include "common/diagnostics.h"
+#include "common/signals.h"
 #include "raid/shared_library.h"
 
 namespace mirvok {
@@ -100,8 +101,7 @@ int ProcessLibCommandCall(_SL_LIB_CMD_PARAM_T* param, uint32_t type) {
 
 void load_dlls_avago(lib_info_entry* lib_info) {
     TRACE_PRINT("Entering %s", __func__);
-    sigset_t mask;
-    begin_library_start(&mask);
+    begin_unbroken_sequence();  // threads that a library starts inherit the mask
     for (const position_t position : load_order) {
         lib_info_entry* entry = &lib_info[position];
         *entry = {"", entry->name, 0, entry->type, 0};
@@ -115,7 +115,8 @@ void load_dlls_avago(lib_info_entry* lib_info) {
             entry->loaded = 1;
         }
     }
-    end_library_start(&mask);
+    end_unbroken_sequence();
+    occupy_standard_descriptors();  // whatever a library closed
     TRACE_PRINT("Exiting %s", __func__);
 }
 

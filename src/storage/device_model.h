@@ -167,8 +167,4 @@ constexpr bool lends_serial(uint32_t protocol) {
     return protocol == PD_PROTOCOL_SATA;
 }
 
-constexpr bool is_sata_family(uint32_t protocol) {
-    return drive_kind(protocol) == DRIVE_SATA;
-}
-
 }  // namespace mirvok

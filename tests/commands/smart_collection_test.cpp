@@ -63,7 +63,7 @@ TEST(SmartCollection, ReadByProtocolAndPath) {
         EXPECT_EQ(steps_of(trace), "get_drive_smart " + row.steps);
         EXPECT_EQ(drive.info.exceeded, row.decoded ? EXCEED_LIFE : 0) << row.steps;
         EXPECT_EQ(drive.info.pfa_trip, 0);
-        EXPECT_EQ(drive.info.temperature_valid, is_sata_family(row.protocol) && row.decoded);
+        EXPECT_EQ(drive.info.temperature_valid, (drive_kind(row.protocol) == DRIVE_SATA) && row.decoded);
         EXPECT_EQ(pd.handle, 0);
         EXPECT_NE(trace.find("log page::\n  0000  00"), std::string::npos);
     }
