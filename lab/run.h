@@ -1,4 +1,5 @@
-// Between the command files: the answer of a drive with the faults laid over it, and the firmware store.
+// Shared by the files that answer commands: the answer of a drive with the faults laid over it, and the
+// firmware store.
 #pragma once
 
 #include <functional>

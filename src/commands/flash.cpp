@@ -59,7 +59,7 @@ void verify_level(drive* slot) {
     }
 }
 
-// A download that did not begin, since a signal came, is waited for by nobody.
+// There is nothing to wait for after a download that a signal kept from beginning.
 void update_drive(drive* slot) {
     slot->result = static_cast<uint32_t>(flash_pd_fw(slot->pd, slot->record));
     note_stop_signal();

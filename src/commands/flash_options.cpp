@@ -59,7 +59,7 @@ int take_option(int character, flash* program) {
     }
 }
 
-// What stands behind a scan that stopped at a word, as POSIXLY_CORRECT has it, is not read, which is said.
+// With POSIXLY_CORRECT the scan stops at the first word: options behind it are not read, which is reported.
 // `global` is the flag of the options that main has read. Returns FLASH_STATUS_BAD_OPTIONS where drives were
 // to be selected: all of them are not what was meant.
 int look_at_unread(int argc, char** argv, const option* options, int* global) {

@@ -17,7 +17,7 @@ int parse_command_line(int argc, char** argv, flash* program);
 int check_params(flash* program);
 
 // Opens the log that was asked for. Returns 0, or FLASH_STATUS_BAD_OPTIONS where it would overwrite what a
-// run needs; one that cannot be opened is said.
+// run needs; one that cannot be opened is reported on standard error.
 int open_log(const flash* program);
 
 }  // namespace mirvok

@@ -10,8 +10,8 @@ namespace {
 
 enum text_argument_t { ARGUMENT_NONE, ARGUMENT_IMAGE, ARGUMENT_CODE };
 
-// Where a drive that was not downloaded to has the text in its line; elsewhere the line says that it is up to
-// date.
+// Whether the line of a drive that got no download shows the text; otherwise the line says that the drive is
+// up to date.
 enum refusal_t { REFUSAL_UNSAID, REFUSAL_IN_CHECK, REFUSAL_SAID };
 
 // The text of a result code: on the screen, in the log, and what follows it.

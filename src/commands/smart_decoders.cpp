@@ -34,8 +34,8 @@ constexpr size_t ata_raw = 5;
 constexpr size_t sas_table = 4;
 constexpr size_t sas_dump_size = 16;
 
-// How an entry of the SAS page holds its value: a big-endian integer of so many bytes, or the percentage
-// used.
+// How an entry of the SAS page holds its value: a big-endian integer of the given number of bytes, or the
+// percentage used.
 enum value_form_t : uint8_t {
     VALUE_NONE = 0,
     VALUE_BYTE = 1,

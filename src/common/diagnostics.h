@@ -34,11 +34,11 @@ int report_texts(const char* format, ...) __attribute__((format(printf, 1, 2)));
 // A line on standard error: the program's name, a colon and the formatted text.
 void complain(const char* format, ...) __attribute__((format(printf, 1, 2)));
 
-// Flushes standard output; says so once when it cannot be written.
+// Flushes standard output; the first failure is reported on standard error.
 void flush_output();
 
-// Opens (creates, truncates) the log file: 1 when opened, 0 when not, with errno set. A log that cannot be
-// written later on is said once.
+// Opens (creates, truncates) the log file: 1 when opened, 0 when not, with errno set. The first failure
+// to write it is reported on standard error.
 int init_log(const char* name);
 void uninit_log();
 

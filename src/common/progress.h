@@ -15,7 +15,7 @@ void init_progress();
 // Drive `number` of `count` is in work; nothing of its line stands on standard output.
 void progress_drive(uint32_t number, uint32_t count);
 
-// Its line has got so many characters, flushed.
+// The number of characters that were printed and flushed of its line.
 void progress_continue(size_t column);
 
 // What is being done to it.

@@ -26,7 +26,7 @@ bool is_among(const int (&signals)[Count], int number) {
     return std::find(std::begin(signals), std::end(signals), number) != std::end(signals);
 }
 
-// A signal that somebody handles, a library for its timer, ends nothing; our own handlers do.
+// A signal with a handler that is not ours, say a library's for its timer, does not end the run.
 bool ends_process(int number) {
     struct sigaction action = {};
     if (is_among(harmless_signals, number) || is_among(synchronous_signals, number) ||

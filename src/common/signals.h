@@ -6,7 +6,7 @@
 
 namespace mirvok {
 
-// Those that the report's temporary file is taken away for.
+// The signals upon which the report's temporary file is removed.
 constexpr int ending_signals[] = {SIGINT, SIGTERM, SIGHUP, SIGQUIT, SIGPIPE, SIGXFSZ, SIGXCPU};
 
 // Before a download: holds every signal that can be held but the synchronous ones. What the process ignores
@@ -26,8 +26,8 @@ int held_signal();
 // Sleeps whole seconds, or until a signal is held that ends the run.
 void sleep_until_stopped(unsigned int seconds);
 
-// Between these signals wait: what was switched on must be switched off again, and a library is
-// started with them held, so that no thread of its own takes one that is the program's.
+// Signals wait between these two calls: what was switched on must be switched off again, and the threads that
+// a library starts meanwhile inherit the mask, so that none of them takes a signal of the program's.
 void begin_unbroken_sequence();
 void end_unbroken_sequence();
 

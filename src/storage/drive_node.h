@@ -6,8 +6,7 @@
 
 namespace mirvok {
 
-// Returns false when the node cannot be opened. The handle is closed with close_node, which ignores a drive
-// without one.
+// Opens the drive's node; false when that fails. close_node closes it, and ignores a drive without a handle.
 bool open_node(_pd_info* pd);
 void close_node(_pd_info* pd);
 

@@ -212,7 +212,7 @@ uint16_t flash_disk_fw_ata(_pd_info* pd, uint8_t* image, uint32_t size, uint16_t
         subcommand = download_microcode_offsets;
     }
     const int rc = send_pieces(pd, image, size, chunk, subcommand, download_microcode);
-    // A failure stays one where the low 16 bits of its code are 0.
+    // Only 16 bits of a result are kept: a failure whose low 16 bits are 0 must not become a success.
     const auto low = static_cast<uint16_t>(rc);
     const uint16_t result = rc != 0 && low == 0 ? 1 : low;
     TRACE_PRINT("Exiting %s, rc = %d", __func__, result);

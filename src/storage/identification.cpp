@@ -30,8 +30,7 @@ constexpr uint16_t nvme_log_health = 0x02;
 constexpr uint16_t nvme_log_firmware_slots = 0x03;
 constexpr uint16_t nvme_log_vendor = 0xE0;
 
-// What a read brings when it is a success of the transport's alone: the drive is as silent as after a
-// failure.
+// A read that the transport calls a success but that brought no data counts as a failure.
 constexpr int brought_nothing = 1;
 
 // Data that do not reach to byte `needed` are none.

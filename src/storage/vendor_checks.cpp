@@ -14,7 +14,7 @@ namespace {
 // number.
 constexpr uint16_t serial_length = 8;
 
-// Whose each entry of the list is, and whose the last match was.
+// The drive that each entry of the list stands for, and the drive that matched last.
 const _pd_info* sno_owners[max_drives];
 const _pd_info* seen_before = nullptr;
 
@@ -39,8 +39,8 @@ void substitute_serial_number(_pd_info* pd) {
     }
 }
 
-// A part number that the entry cannot hold whole is entered without its serial number: cut, it could stand
-// for another drive, and two drives must never be taken for one.
+// A part number longer than the entry is entered without its serial number: cut short, it could be another
+// drive's, and two drives must never be taken for one.
 serial_number_entry make_entry(const _pd_info* pd) {
     serial_number_entry entry = {};
     const size_t length = std::strlen(pd->part_number);

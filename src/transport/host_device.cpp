@@ -38,8 +38,8 @@ int transfer_direction(io_direction_t direction) {
     }
 }
 
-// 0 is no handle, and what is written to the standard streams must not reach a drive, whoever closed them: a
-// descriptor of theirs is exchanged. Returns 0 when none is free.
+// A drive must never get descriptor 0, 1 or 2: 0 means no handle, and what is written to a standard stream
+// that somebody closed would reach the drive. Such a descriptor is exchanged; 0 when none is free.
 uint32_t to_handle(int descriptor) {
     constexpr int first = STDERR_FILENO + 1;
     if (descriptor >= first) {
@@ -138,7 +138,7 @@ void commit_firmware(uint32_t handle) {
     }
 }
 
-// Has *image lie at a page boundary: one that does not is copied, and the caller frees *copy. Returns 0 or
+// Aligns *image to a page: an image that is not aligned is copied, and the caller frees *copy. Returns 0 or
 // the allocator's error number.
 int align_image(const uint8_t** image, uint32_t size, uint32_t page_size, void** copy) {
     TRACE_PRINT("Calling posix_memalign");
