@@ -67,6 +67,21 @@ __attribute__((format(printf, 1, 0))) int print_shown(const char* format, va_lis
     return length;
 }
 
+// Apart from TRACE_PRINT, of which a call that has nothing to print then costs little.
+[[gnu::noinline]] __attribute__((format(printf, 1, 0))) void print_trace(const char* format,
+                                                                         va_list arguments) {
+    if (std::strstr(format, "Entering") != nullptr) {
+        ++stack;
+    }
+    std::printf("%s: ", "STORAGE_LIB");
+    print_blanks(stack > 0 ? static_cast<size_t>(stack) : 0);
+    print_shown(format, arguments);
+    std::printf("\n");
+    if (std::strstr(format, "Exiting") != nullptr) {
+        --stack;
+    }
+}
+
 }  // namespace
 
 void set_debug(int on) {
@@ -97,19 +112,10 @@ void TRACE_PRINT(const char* format, ...) {
     if (debug_flag == 0) {
         return;
     }
-    if (std::strstr(format, "Entering") != nullptr) {
-        ++stack;
-    }
-    std::printf("%s: ", "STORAGE_LIB");
-    print_blanks(stack > 0 ? static_cast<size_t>(stack) : 0);
     va_list arguments;
     va_start(arguments, format);
-    print_shown(format, arguments);
+    print_trace(format, arguments);
     va_end(arguments);
-    std::printf("\n");
-    if (std::strstr(format, "Exiting") != nullptr) {
-        --stack;
-    }
 }
 
 void TRACE_LOG(const char* format, ...) {

@@ -5,10 +5,23 @@
 #include <cstddef>
 #include <cstdint>
 #include <cstring>
+#include <string_view>
 
 namespace mirvok {
 
-// Trims blanks (20h) and line feeds (0Ah) at both ends, in place; other white space stays.
+// The text without the blanks (20h) and line feeds (0Ah) at both ends; other white space stays.
+inline std::string_view without_spaces(std::string_view text) {
+    const auto is_space = [](char character) { return character == ' ' || character == '\n'; };
+    while (!text.empty() && is_space(text.front())) {
+        text.remove_prefix(1);
+    }
+    while (!text.empty() && is_space(text.back())) {
+        text.remove_suffix(1);
+    }
+    return text;
+}
+
+// The same, in place.
 void remove_spaces(char* text);
 
 // The number of characters before the first NUL among the first `room` bytes of `text`; `room` when there is
@@ -40,10 +53,9 @@ void copy_field(char (&field)[Capacity], const void* bytes, size_t width, size_t
 // Width is the field's width in the layout.
 template <size_t Width, size_t Capacity>
 void copy_trimmed(char (&field)[Capacity], const void* bytes) {
-    char scratch[Width + 1];
-    copy_field(scratch, bytes, Width);
-    remove_spaces(scratch);
-    copy_field(field, scratch, Width);
+    const std::string_view kept =
+        without_spaces({static_cast<const char*>(bytes), text_length(bytes, Width)});
+    copy_field(field, kept.data(), kept.size());
 }
 
 // Clears `field` and copies the NUL-terminated `text` into it, at most capacity - 1 characters.

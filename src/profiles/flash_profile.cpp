@@ -1,5 +1,6 @@
 #include "profiles/flash_profile.h"
 
+#include <algorithm>
 #include <cerrno>
 #include <cstdio>
 #include <cstdlib>
@@ -113,15 +114,13 @@ int find_profile_record(const char* key, profile* prof, profile_record** out, in
     TRACE_PRINT("Entering %s", __func__);
     TRACE_PRINT("key:%s,len:%zu", key, std::strlen(key));
     int find = 1;
-    if (key[0] != '\0') {
-        for (uint32_t i = 0; i < prof->count && find != 0; ++i) {
-            profile_record* record = &prof->records[i];
-            const char* text = by_pid != 0 ? record->product_id : record->part_number;
-            if (begins_with(key, text)) {
-                *out = record;
-                find = 0;
-            }
-        }
+    const auto text = by_pid != 0 ? &profile_record::product_id : &profile_record::part_number;
+    profile_record* const end = prof->records + prof->count;
+    profile_record* const record = std::find_if(
+        prof->records, end, [&](const profile_record& one) { return begins_with(key, one.*text); });
+    if (key[0] != '\0' && record != end) {
+        *out = record;
+        find = 0;
     }
     TRACE_PRINT("Exiting %s, find:%d", __func__, find);
     return find;
