@@ -10,6 +10,7 @@
 #include <cstdlib>
 #include <cstring>
 
+#include "commands/run_files.h"
 #include "common/diagnostics.h"
 #include "common/signals.h"
 
@@ -113,6 +114,10 @@ int open_beside(const char* path) {
 }  // namespace
 
 int open_report_file(const char* path) {
+    if (is_run_file(path, "flashdrv.bin")) {
+        complain("the report `%s' would overwrite a data file or an image", path);
+        return 1;
+    }
     const int rc = open_beside(path);
     if (rc != 0) {
         complain_of(path, rc);

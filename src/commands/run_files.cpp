@@ -3,6 +3,7 @@
 #include <ftw.h>
 #include <sys/stat.h>
 
+#include <climits>
 #include <cstring>
 #include <initializer_list>
 
@@ -31,7 +32,7 @@ int is_wanted(const char* path, const struct stat* /*itself*/, int /*type*/, str
 
 bool is_run_file(const char* path, const char* profile) {
     const char* slash = std::strrchr(path, '/');
-    char directory[64] = ".";
+    char directory[PATH_MAX] = ".";
     if (slash != nullptr) {
         copy_field(directory, path, static_cast<size_t>(slash + 1 - path));
     }
@@ -47,7 +48,7 @@ bool is_run_file(const char* path, const char* profile) {
             return true;
         }
     }
-    return nftw("files/.", is_wanted, directories_at_once, FTW_PHYS) == 1;
+    return nftw("files/.", is_wanted, directories_at_once, 0) == 1;
 }
 
 }  // namespace mirvok

@@ -4,7 +4,7 @@
 namespace mirvok {
 
 // Whether a file that is to be written is a data file, `profile` among them, or lies under files/.
-// path: at most 63 characters.
+// Links are followed.
 bool is_run_file(const char* path, const char* profile);
 
 }  // namespace mirvok

@@ -36,7 +36,7 @@ constexpr size_t device_id = 36;  // 16 bits
 constexpr field product = {76, 20};
 constexpr field fru = {96, 8};
 constexpr field device_serial = {116, 20};
-constexpr field revision = {136, 7};
+constexpr field revision = {136, listed_level_width};
 constexpr field part_number = {188, 10};
 constexpr field serial = {198, entry_size - 198};
 }  // namespace entry

@@ -2,12 +2,16 @@
 // download. Valid between init_mv and un_init_mv; records travel little-endian.
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
 
 #include "storage/device_model.h"
 #include "transport/command_blocks.h"
 
 namespace mirvok {
+
+// A level of 8 characters, as ATA drives may have, is cut in the list.
+constexpr size_t listed_level_width = 7;
 
 // Writes the number of adapters. Returns 0.
 int get_ctrl_count_mv(uint8_t* count);

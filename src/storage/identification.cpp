@@ -8,6 +8,7 @@
 #include "common/signals.h"
 #include "common/text.h"
 #include "profiles/drive_sizes.h"
+#include "raid/marvell_devices.h"
 #include "raid/storelib_devices.h"
 #include "storage/drive_node.h"
 #include "storage/drive_paths.h"
@@ -60,10 +61,11 @@ int read_ata(_pd_info* pd, uint16_t code, uint16_t address, void* data, uint32_t
     return rc == 0 && needed > 0 && !has_data_up_to(needed, data, out.received) ? brought_nothing : rc;
 }
 
-int perform_ata(_pd_info* pd, const _ata_cmd_in* ata) {
+// again: it may be sent once more.
+int perform_ata(_pd_info* pd, const _ata_cmd_in* ata, bool again = false) {
     _scsi_cmd_in in = {};
     const int rc = set_ata_scsi_command(pd, &in, ata);
-    return rc != 0 ? rc : perform_scsi_command(pd, &in);
+    return rc != 0 ? rc : perform_scsi_command(pd, &in, again);
 }
 
 int read_nvme(_pd_info* pd, uint16_t code, uint16_t selector, void* data, uint32_t size) {
@@ -131,7 +133,13 @@ int identify_avago(_pd_info* pd) {
 }
 
 int identify_mv(_pd_info* pd) {
-    return identify_sata(pd);
+    const int rc = get_pd_indentify(pd);
+    if (rc != 0) {
+        // The list's level may be cut, and a cut level compares as lower than the drive's own.
+        pd->fw_download_not_allowed = std::strlen(pd->code_level) >= listed_level_width ? 1 : 0;
+        return rc;
+    }
+    return get_pd_inquery_b0(pd);
 }
 
 int identify_host(_pd_info* pd) {
@@ -265,7 +273,7 @@ int able_ata_smart(_pd_info* pd, uint16_t enable) {
         if (rc != 0) {
             // Linux's own ATA layer takes no data-in command without data.
             ata.direction = IO_DIR_NONE;
-            rc = perform_ata(pd, &ata);
+            rc = perform_ata(pd, &ata, true);
         }
     }
     TRACE_PRINT("Exiting %s, rc = %d", __func__, rc);

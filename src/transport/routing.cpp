@@ -91,9 +91,9 @@ int read_scsi_command(_pd_info* pd, _scsi_cmd_in* in, _scsi_cmd_out* out) {
     return send_scsi_command(pd, in, out);
 }
 
-int perform_scsi_command(_pd_info* pd, _scsi_cmd_in* in) {
+int perform_scsi_command(_pd_info* pd, _scsi_cmd_in* in, bool again) {
     _scsi_cmd_out out = {};
-    const int rc = send_scsi_command(pd, in, &out);
+    const int rc = again ? read_scsi_command(pd, in, &out) : send_scsi_command(pd, in, &out);
     if (!out.refused) {
         return 0;
     }

@@ -14,9 +14,10 @@ int send_scsi_command(_pd_info* pd, _scsi_cmd_in* in, _scsi_cmd_out* out);
 // came in its place. Returns the transport's result.
 int read_scsi_command(_pd_info* pd, _scsi_cmd_in* in, _scsi_cmd_out* out);
 
-// Sends a command that changes something, once. Returns 0 only when the drive took it: otherwise the
-// transport's result, or 1 where the transport reports none.
-int perform_scsi_command(_pd_info* pd, _scsi_cmd_in* in);
+// Sends a command that changes something, once; with `again`, once more where a unit attention condition came
+// in its place. Returns 0 only when the drive took it: otherwise the transport's result, or 1 where the
+// transport reports none.
+int perform_scsi_command(_pd_info* pd, _scsi_cmd_in* in, bool again = false);
 
 // Sends an NVMe admin block through the drive's open handle: 0 for success.
 int send_nvme_command(_pd_info* pd, uint16_t code, _nvme_cmd_in* in, _nvme_cmd_out* out);
