@@ -27,7 +27,7 @@ RUNS_PER_SEED = 10
 
 Kind = collections.namedtuple("Kind", "protocol product part below level above size")  # the profile's level, the image's size
 KINDS = {
-    "kestrel": Kind("sata", "Kestrel S480 M7", "01GV841YX", ["MVT1", "MVS9"], "MVT2", ["MVT3", "MVU1", "MVT2A"], 2 * 32768 + 4),
+    "kestrel": Kind("sata", "Kestrel S480 M7", "01GV841YX", ["D3MU0019", "CVS9"], "D3MU0021", ["D3MU0022", "MVU1", "D3MU0029"], 2 * 32768 + 4),
     "merlin": Kind("sata", "Merlin S960", "01GV842YX", ["S3A0", "G3A0"], "G3A1", ["S3A2", "G4A0"], 1000),
     "harrier": Kind("sas", "Harrier 1800", "03SS555YX", ["L7SA", "L6SZ"], "L7SB", ["L7SC", "M0AA"], 65536),
     "osprey": Kind("nvme", "Osprey N1", "02NV700YY", ["8101", "7999"], "8102", ["8103", "9000"], 32768 + 4100)}
