@@ -68,6 +68,7 @@ enum result_t : uint32_t {
     RESULT_STATE_NOT_SUPPORTED = 90018,     // drives in this state are not updated
     RESULT_PROTOCOL_NOT_SUPPORTED = 90019,  // drive is not SAS, SATA or NVMe
     RESULT_IDENTIFY_FAILED = 90020,         // SATA identification failed on the host path
+    RESULT_DRIVE_IN_USE = 90021,            // the drive is in use, or may be, and only idle ones were meant
 };
 
 constexpr uint32_t max_controllers = 64;

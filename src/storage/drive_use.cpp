@@ -3,8 +3,8 @@
 #include <dirent.h>
 #include <sys/stat.h>
 #include <sys/sysmacros.h>
-#include <unistd.h>
 
+#include <cerrno>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -18,9 +18,15 @@ namespace {
 
 constexpr uint32_t max_block_devices = 256;
 
+struct block_device {
+    dev_t number;
+    char name[64];
+    bool mounted;  // and its mount point known
+};
+
 // The drive's block devices, their partitions, and what is built on them.
 struct block_devices {
-    dev_t numbers[max_block_devices];
+    block_device list[max_block_devices];
     uint32_t count;
 };
 
@@ -31,9 +37,8 @@ template <size_t Capacity>
 bool make_path(char (&path)[Capacity], std::initializer_list<const char*> parts) {
     size_t length = 0;
     for (const char* part : parts) {
-        const size_t room = Capacity - length;
         const size_t part_length = std::strlen(part);
-        if (part_length >= room) {
+        if (part_length >= Capacity - length) {
             return false;
         }
         std::memcpy(path + length, part, part_length + 1);
@@ -42,27 +47,35 @@ bool make_path(char (&path)[Capacity], std::initializer_list<const char*> parts)
     return true;
 }
 
+bool exists(std::initializer_list<const char*> parts) {
+    char path[1024];
+    struct stat status = {};
+    return make_path(path, parts) && stat(path, &status) == 0;
+}
+
 // Calls `visit` for every name of a folder until one call fails. A folder that cannot be read fails too.
-bool visit_names(const char* folder, name_visitor visit, block_devices* devices, drive_users* users) {
-    DIR* directory = opendir(folder);
+bool visit_names(std::initializer_list<const char*> parts, name_visitor visit, block_devices* devices,
+                 drive_users* users) {
+    char folder[512];
+    DIR* directory = make_path(folder, parts) ? opendir(folder) : nullptr;
     if (directory == nullptr) {
         return false;
     }
     bool complete = true;
-    const dirent* entry = nullptr;
-    while (complete && (entry = readdir(directory)) != nullptr) {
-        if (entry->d_name[0] != '.') {
-            complete = visit(folder, entry->d_name, devices, users);
-        }
+    errno = 0;
+    for (const dirent* entry = nullptr; complete && (entry = readdir(directory)) != nullptr; errno = 0) {
+        complete = entry->d_name[0] == '.' || visit(folder, entry->d_name, devices, users);
     }
+    complete = complete && errno == 0;
     closedir(directory);
     return complete;
 }
 
 // The first line of a small file, without its line feed. Returns whether there is one.
 template <size_t Capacity>
-bool read_line(const char* path, char (&line)[Capacity]) {
-    std::FILE* file = std::fopen(path, "re");
+bool read_line(std::initializer_list<const char*> parts, char (&line)[Capacity]) {
+    char path[512];
+    std::FILE* file = make_path(path, parts) ? std::fopen(path, "re") : nullptr;
     const bool there = file != nullptr && std::fgets(line, Capacity, file) != nullptr;
     if (file != nullptr) {
         std::fclose(file);
@@ -81,13 +94,13 @@ void add_user(drive_users* users, const char* kind, const char* name) {
     }
 }
 
-bool holds(const block_devices* devices, dev_t number) {
+block_device* find_device(block_devices* devices, dev_t number) {
     for (uint32_t i = 0; i < devices->count; ++i) {
-        if (devices->numbers[i] == number) {
-            return true;
+        if (devices->list[i].number == number) {
+            return &devices->list[i];
         }
     }
-    return false;
+    return nullptr;
 }
 
 // Device-mapper devices tell by their identifier who made them.
@@ -97,62 +110,55 @@ void add_mapped_device(drive_users* users, const char* name) {
         const char* kind;
     };
     constexpr maker makers[] = {{"LVM-", "lvm"}, {"mpath-", "multipath"}};
-    char path[512];
     char uuid[256] = {};
     char mapped_name[256] = {};
     const char* kind = "dm";
-    if (make_path(path, {"/sys/class/block/", name, "/dm/uuid"}) && read_line(path, uuid)) {
+    if (read_line({"/sys/class/block/", name, "/dm/uuid"}, uuid)) {
         for (const maker& row : makers) {
             kind = begins_with(uuid, row.prefix) ? row.kind : kind;
         }
     }
-    const bool named =
-        make_path(path, {"/sys/class/block/", name, "/dm/name"}) && read_line(path, mapped_name);
+    const bool named = read_line({"/sys/class/block/", name, "/dm/name"}, mapped_name);
     add_user(users, kind, named ? mapped_name : name);
 }
 
 bool add_block_device(const char* folder, const char* name, block_devices* devices, drive_users* users);
 
 bool add_holder(const char* folder, const char* name, block_devices* devices, drive_users* users) {
-    char path[512];
-    struct stat status = {};
-    if (make_path(path, {"/sys/class/block/", name, "/dm"}) && stat(path, &status) == 0) {
+    if (exists({"/sys/class/block/", name, "/dm"})) {
         add_mapped_device(users, name);
     } else {
-        const bool array = make_path(path, {"/sys/class/block/", name, "/md"}) && stat(path, &status) == 0;
-        add_user(users, array ? "md" : "holder", name);
+        add_user(users, exists({"/sys/class/block/", name, "/md"}) ? "md" : "holder", name);
     }
     return add_block_device(folder, name, devices, users);
 }
 
 bool add_partition(const char* folder, const char* name, block_devices* devices, drive_users* users) {
-    char path[1024];
-    struct stat status = {};
-    return !make_path(path, {folder, "/", name, "/partition"}) || stat(path, &status) != 0 ||
-           add_block_device(folder, name, devices, users);
+    return !exists({folder, "/", name, "/partition"}) || add_block_device(folder, name, devices, users);
 }
 
 // False when the device's number is not told, or there are more devices than can be looked after.
 bool add_block_device(const char* /*folder*/, const char* name, block_devices* devices, drive_users* users) {
-    char path[512];
     char line[32];
-    unsigned int device_major = 0;
-    unsigned int device_minor = 0;
-    if (!make_path(path, {"/sys/class/block/", name, "/dev"}) || !read_line(path, line) ||
-        std::sscanf(line, "%u:%u", &device_major, &device_minor) != 2) {
+    unsigned int major_number = 0;
+    unsigned int minor_number = 0;
+    if (!read_line({"/sys/class/block/", name, "/dev"}, line) ||
+        std::sscanf(line, "%u:%u", &major_number, &minor_number) != 2) {
         return false;
     }
-    const dev_t number = makedev(device_major, device_minor);
-    if (holds(devices, number)) {
+    const dev_t number = makedev(major_number, minor_number);
+    if (find_device(devices, number) != nullptr) {
         return true;
     }
     if (devices->count == max_block_devices) {
         return false;
     }
-    devices->numbers[devices->count++] = number;
-    return make_path(path, {"/sys/class/block/", name, "/holders"}) &&
-           visit_names(path, add_holder, devices, users) && make_path(path, {"/sys/class/block/", name}) &&
-           visit_names(path, add_partition, devices, users);
+    block_device& device = devices->list[devices->count++];
+    device.number = number;
+    copy_text(device.name, name);
+    device.mounted = false;
+    return visit_names({"/sys/class/block/", name, "/holders"}, add_holder, devices, users) &&
+           visit_names({"/sys/class/block/", name}, add_partition, devices, users);
 }
 
 // A namespace of a controller, nvme0n1; where the kernel joins several paths to one, the path's own name is
@@ -189,50 +195,54 @@ void unescape(char* text) {
     *to = '\0';
 }
 
-bool is_device_of(const block_devices* devices, const char* path) {
+// The drive's device whose node this is, or null. Only nodes are looked at: a name elsewhere may be one of a
+// server that does not answer.
+block_device* device_of_node(block_devices* devices, const char* path) {
     struct stat status = {};
-    return path[0] == '/' && stat(path, &status) == 0 && S_ISBLK(status.st_mode) &&
-           holds(devices, status.st_rdev);
+    const bool node = begins_with(path, "/dev/") && stat(path, &status) == 0 && S_ISBLK(status.st_mode);
+    return node ? find_device(devices, status.st_rdev) : nullptr;
 }
 
 // A line of mountinfo: "36 35 8:1 / /mnt rw,noatime shared:1 - ext4 /dev/sda1 rw". File systems on several
 // devices have a number of their own there; the device that they were mounted by is named behind the hyphen.
-void take_mount(char* line, const block_devices* devices, drive_users* users) {
-    unsigned int device_major = 0;
-    unsigned int device_minor = 0;
+void take_mount(char* line, block_devices* devices, drive_users* users) {
+    unsigned int major_number = 0;
+    unsigned int minor_number = 0;
     int point = 0;
-    if (std::sscanf(line, "%*u %*u %u:%u %*s %n", &device_major, &device_minor, &point) != 2 || point == 0) {
+    if (std::sscanf(line, "%*u %*u %u:%u %*s %n", &major_number, &minor_number, &point) != 2 || point == 0) {
         return;
     }
-    char* source = std::strstr(line + point, " - ");
+    char* mount_point = line + point;
+    block_device* device = find_device(devices, makedev(major_number, minor_number));
+    char* source = major_number == 0 ? std::strstr(mount_point, " - ") : nullptr;
     if (source != nullptr) {
-        *source = '\0';
         source += 3;
         source += std::strcspn(source, " ");
         source += *source == ' ' ? 1 : 0;
         source[std::strcspn(source, " \n")] = '\0';
         unescape(source);
+        device = device_of_node(devices, source);
     }
-    char* mount_point = line + point;
-    mount_point[std::strcspn(mount_point, " ")] = '\0';
-    unescape(mount_point);
-    if (holds(devices, makedev(device_major, device_minor)) ||
-        (source != nullptr && is_device_of(devices, source))) {
+    if (device != nullptr) {
+        mount_point[std::strcspn(mount_point, " ")] = '\0';
+        unescape(mount_point);
         add_user(users, "mount", mount_point);
+        device->mounted = true;
     }
 }
 
-void take_swap(char* line, const block_devices* devices, drive_users* users) {
+void take_swap(char* line, block_devices* devices, drive_users* users) {
     line[std::strcspn(line, " \t\n")] = '\0';
     unescape(line);
-    if (is_device_of(devices, line)) {
-        add_user(users, "swap", line);
+    const block_device* device = device_of_node(devices, line);
+    if (device != nullptr) {
+        add_user(users, "swap", device->name);
     }
 }
 
 // Returns whether the file could be read.
-bool visit_lines(const char* path, void (*take)(char*, const block_devices*, drive_users*),
-                 const block_devices* devices, drive_users* users) {
+bool visit_lines(const char* path, void (*take)(char*, block_devices*, drive_users*), block_devices* devices,
+                 drive_users* users) {
     std::FILE* file = std::fopen(path, "re");
     if (file == nullptr) {
         return false;
@@ -248,19 +258,46 @@ bool visit_lines(const char* path, void (*take)(char*, const block_devices*, dri
     return complete;
 }
 
-bool find_block_devices(const _pd_info* pd, block_devices* devices, drive_users* users) {
-    char path[128];
-    struct stat status = {};
-    if (begins_with(pd->dev_name, "/dev/sg")) {
-        // Without a disk driver the drive has no block device, and nobody can use one.
-        return make_path(path, {"/sys/class/scsi_generic/", pd->dev_name + 5, "/device"}) &&
-               stat(path, &status) == 0 &&
-               make_path(path, {"/sys/class/scsi_generic/", pd->dev_name + 5, "/device/block"}) &&
-               (stat(path, &status) != 0 || visit_names(path, add_block_device, devices, users));
+// A mounted btrfs names all of its devices, mountinfo one of them.
+bool take_btrfs(const char* folder, const char* name, block_devices* devices, drive_users* users) {
+    for (uint32_t i = 0; i < devices->count; ++i) {
+        block_device& device = devices->list[i];
+        if (!device.mounted && exists({folder, "/", name, "/devices/", device.name})) {
+            add_user(users, "mount", device.name);
+            device.mounted = true;
+        }
     }
-    return begins_with(pd->dev_name, "/dev/nvme") &&
-           make_path(path, {"/sys/class/nvme/", pd->dev_name + 5}) && stat(path, &status) == 0 &&
-           visit_names(path, add_namespace, devices, users);
+    return true;
+}
+
+// File systems that are mounted where this process does not see it, in another mount namespace.
+void take_unseen_mounts(block_devices* devices, drive_users* users) {
+    visit_names({"/sys/fs/btrfs"}, take_btrfs, devices, users);
+    for (uint32_t i = 0; i < devices->count; ++i) {
+        const block_device& device = devices->list[i];
+        for (const char* type : {"ext4", "xfs", "f2fs"}) {
+            if (!device.mounted && exists({"/sys/fs/", type, "/", device.name})) {
+                add_user(users, "mount", device.name);
+            }
+        }
+    }
+}
+
+// The node's number tells which device it is, whatever its name.
+bool find_block_devices(const _pd_info* pd, block_devices* devices, drive_users* users) {
+    struct stat status = {};
+    if (pd->dev_name[0] == '\0' || stat(pd->dev_name, &status) != 0 || !S_ISCHR(status.st_mode)) {
+        return false;
+    }
+    char node[64];
+    std::snprintf(node, sizeof(node), "/sys/dev/char/%u:%u", major(status.st_rdev), minor(status.st_rdev));
+    if (pd->ctrl->vendor == VENDOR_NVME) {
+        return visit_names({node}, add_namespace, devices, users);
+    }
+    // Without a disk driver the drive has no block device, and nobody can use one.
+    return exists({node, "/device"}) &&
+           (!exists({node, "/device/block"}) ||
+            visit_names({node, "/device/block"}, add_block_device, devices, users));
 }
 
 }  // namespace
@@ -269,11 +306,12 @@ void find_drive_users(const _pd_info* pd, drive_users* users) {
     users->count = 0;
     block_devices devices;
     devices.count = 0;
-    struct stat status = {};
-    users->known = find_block_devices(pd, &devices, users) &&
-                   visit_lines("/proc/self/mountinfo", take_mount, &devices, users) &&
-                   (visit_lines("/proc/swaps", take_swap, &devices, users) ||
-                    stat("/proc/swaps", &status) != 0);  // a kernel without swap space has no such file
+    const bool complete = find_block_devices(pd, &devices, users) &&
+                          visit_lines("/proc/self/mountinfo", take_mount, &devices, users) &&
+                          (visit_lines("/proc/swaps", take_swap, &devices, users) ||
+                           !exists({"/proc/swaps"}));  // a kernel without swap space has no such file
+    take_unseen_mounts(&devices, users);
+    users->known = complete || users->count > 0;
 }
 
 }  // namespace mirvok
