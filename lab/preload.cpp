@@ -1,5 +1,6 @@
 // The C library calls of the program, answered for /dev/sg* and /dev/nvme* and passed on for everything else.
 // A node's descriptor is a real one (of /dev/null), so that numbers and limits behave as on a real machine.
+#include <dirent.h>
 #include <dlfcn.h>
 #include <fcntl.h>
 #include <linux/nvme_ioctl.h>
@@ -12,11 +13,13 @@
 #include <cerrno>
 #include <csignal>
 #include <cstdarg>
+#include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <map>
 
 #include "commands.h"
+#include "host_files.h"
 #include "memory.h"
 #include "run.h"
 
@@ -288,6 +291,23 @@ int openat(int directory, const char* path, int flags, ...) {
 }
 
 int openat64(int directory, const char* path, int flags, ...) __attribute__((alias("openat")));
+
+int stat(const char* path, struct stat* status) noexcept {
+    using stat_call = int(const char*, struct stat*);
+    static auto* const next = next_function<stat_call>("stat");
+    return stat_node(path, status) ? 0 : next(host_path(path).c_str(), status);
+}
+
+std::FILE* fopen(const char* path, const char* mode) {
+    using fopen_call = std::FILE*(const char*, const char*);
+    static auto* const next = next_function<fopen_call>("fopen");
+    return next(host_path(path).c_str(), mode);
+}
+
+DIR* opendir(const char* path) {
+    static auto* const next = next_function<DIR*(const char*)>("opendir");
+    return next(host_path(path).c_str());
+}
 
 int close(int descriptor) {
     static auto* const next = next_function<int(int)>("close");

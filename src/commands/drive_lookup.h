@@ -37,6 +37,7 @@ struct drive {
     uint16_t check;         // 1 in a check
     outcome_t outcome;      // derived from the above once the drive has been dealt with
     char level_before[32];  // the level that the decision saw
+    char users[128];        // whom a drive was refused for that is in use
 };
 
 // Looks the drive up by part number, then by 8S part number, then, for the maker's own drives, by product

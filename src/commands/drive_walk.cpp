@@ -1,5 +1,6 @@
 #include "commands/drive_walk.h"
 
+#include "commands/drive_match.h"
 #include "common/diagnostics.h"
 #include "common/progress.h"
 #include "common/run_lock.h"
@@ -16,6 +17,11 @@ bool is_selected(const drive_operation& operation, const void* program, const _p
     return operation.is_selected == nullptr || operation.is_selected(program, pd);
 }
 
+void leave_out_unselected(left_out_list* left_out, const _pd_info* pd) {
+    TRACE_PRINT("not selected: A:%d S:%d", static_cast<int>(pd->ctrl->ctrl_num), pd->device_id);
+    leave_out(left_out, pd, LEFT_OUT_NOT_SELECTED);
+}
+
 // What an identified drive becomes. `result` is its identification's; the drives come in the table's order.
 void admit(const drive_operation& operation, void* program, _pd_info* pd, int result,
            left_out_list* left_out) {
@@ -29,6 +35,10 @@ void admit(const drive_operation& operation, void* program, _pd_info* pd, int re
             TRACE_PRINT("duplicate");
         }
         leave_out(left_out, pd, LEFT_OUT_DUPLICATE);
+        return;
+    }
+    if (!is_meant(pd)) {
+        leave_out_unselected(left_out, pd);
         return;
     }
     if (!operation.look_up(program, pd)) {
@@ -60,8 +70,7 @@ void walk_drives(const drive_operation& operation, void* program, const _storage
     for (uint32_t i = 0; i < lib->pd_count && held_signal() == 0; ++i) {
         _pd_info* pd = &lib->pd_list[i];
         if (!is_selected(operation, program, pd)) {
-            TRACE_PRINT("not selected: A:%d S:%d", static_cast<int>(pd->ctrl->ctrl_num), pd->device_id);
-            leave_out(left_out, pd, LEFT_OUT_NOT_SELECTED);
+            leave_out_unselected(left_out, pd);
             continue;
         }
         progress_drive(++in_work, selected);

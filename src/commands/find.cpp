@@ -5,6 +5,7 @@
 #include <cstdlib>
 
 #include "commands/banner.h"
+#include "commands/drive_match.h"
 #include "commands/drive_walk.h"
 #include "commands/json_report.h"
 #include "common/diagnostics.h"
@@ -66,14 +67,18 @@ int run_find_drives(int argc, char** argv) {
     run_record record;
     begin_record(&record);
     _storage_lib lib = {};
-    const bool loaded = load_profile(program.profile_file, &program.profile) == 0;
-    note_profile(&record, program.profile_file, loaded,
-                 program.profile != nullptr ? program.profile->count : 0);
+    const bool read = matches_are_read();
+    const bool loaded = read && load_profile(program.profile_file, &program.profile) == 0;
+    if (read) {
+        note_profile(&record, program.profile_file, loaded,
+                     program.profile != nullptr ? program.profile->count : 0);
+    }
     int rc = 1;
     if (loaded) {
         open_inventory(&lib, false);
         rc = find_drives(&program, &lib, &record.left_out);
-    } else {
+        complain_of_no_match();
+    } else if (read) {
         complain("the profile `%s' cannot be read", program.profile_file);
     }
     write_report(&program, &lib, record, 0);

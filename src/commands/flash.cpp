@@ -5,6 +5,7 @@
 #include <cstring>
 
 #include "commands/banner.h"
+#include "commands/drive_match.h"
 #include "commands/drive_walk.h"
 #include "commands/flash_decision.h"
 #include "commands/flash_options.h"
@@ -108,6 +109,9 @@ void take(void* run, _pd_info* pd) {
     } else if (slot->found == 1) {
         check_is_update(slot);
     }
+    if (slot->update == 1 && program->idle != 0) {
+        check_is_idle(slot);
+    }
     copy_text(slot->level_before, pd->code_level);
     if (slot->update == 1 && program->check != 0) {
         check_drive(slot);
@@ -142,6 +146,9 @@ int flash_drives(flash* program, _storage_lib* lib, left_out_list* left_out) {
     if (held_signal() != 0) {
         return 128 + held_signal();
     }
+    if (complain_of_no_match()) {
+        return FLASH_STATUS_BAD_OPTIONS;
+    }
     if (program->error_count != 0) {
         return FLASH_STATUS_FAILED;
     }
@@ -159,13 +166,14 @@ int load_flash_profile(flash* program, run_record* record) {
     return loaded ? 0 : static_cast<int>(FLASH_STATUS_NO_PROFILE);
 }
 
-int run(int argc, char** argv, bool check) {
+int run(int argc, char** argv, bool check, bool idle) {
     run_record record;
     begin_record(&record);
     mirvok::flash program;
     init_program(&program);
-    int rc = parse_command_line(argc, argv, &program);
+    int rc = matches_are_read() ? parse_command_line(argc, argv, &program) : FLASH_STATUS_BAD_OPTIONS;
     program.check = check ? 1 : 0;
+    program.idle = idle ? 1 : 0;
     if (program.log_on != 0 && rc == 0) {
         rc = open_log(&program);
     }
@@ -194,16 +202,16 @@ int run(int argc, char** argv, bool check) {
 
 }  // namespace
 
-int run_flash_drives(int argc, char** argv) {
+int run_flash_drives(int argc, char** argv, bool idle) {
     TRACE_PRINT("Entering %s", __func__);
-    const int rc = run(argc, argv, false);
+    const int rc = run(argc, argv, false, idle);
     TRACE_PRINT("Exiting %s, rc = %d", __func__, rc);
     return rc;
 }
 
-int run_check_drives(int argc, char** argv) {
+int run_check_drives(int argc, char** argv, bool idle) {
     TRACE_PRINT("Entering %s", "run_flash_drives");
-    const int rc = run(argc, argv, true);
+    const int rc = run(argc, argv, true, idle);
     TRACE_PRINT("Exiting %s, rc = %d", "run_flash_drives", rc);
     return rc;
 }
@@ -229,6 +237,7 @@ void init_program(flash* program) {
     program->force = 0;
     program->all = 0;
     program->check = 0;
+    program->idle = 0;
     TRACE_PRINT("Exiting %s", __func__);
 }
 

@@ -27,6 +27,7 @@ struct flash {
     uint16_t force;
     uint16_t all;
     uint16_t check;  // downloads nothing: tells what a run would do
+    uint16_t idle;   // downloads to no drive that is in use
 };
 
 // Exit statuses of flash; a run that a signal ends has 128 + the signal's number.
@@ -40,9 +41,9 @@ enum flash_status_t {
 };
 
 // Runs the operation and returns the exit status. run_check_drives downloads nothing, whatever the options
-// say.
-int run_flash_drives(int argc, char** argv);
-int run_check_drives(int argc, char** argv);
+// say; `idle` tells whether --idle is among them.
+int run_flash_drives(int argc, char** argv, bool idle);
+int run_check_drives(int argc, char** argv, bool idle);
 
 // The record of a run: cleared at its start, released at its end, the log with it.
 void init_program(flash* program);

@@ -1,9 +1,13 @@
 #include "commands/flash_decision.h"
 
+#include <cstdio>
 #include <cstring>
+#include <span>
 
 #include "common/diagnostics.h"
+#include "common/text.h"
 #include "storage/drive_paths.h"
+#include "storage/drive_use.h"
 
 namespace mirvok {
 
@@ -21,6 +25,25 @@ void normalise_series(_pd_info* pd) {
         if (std::strncmp(pd->dummy, text, 7) == 0 && pd->code_level[0] == 'S') {
             pd->code_level[0] = 'G';
         }
+    }
+}
+
+// "mount /srv, swap sda2", with "..." where it is cut. Characters that would break the line become '?'.
+template <size_t Capacity>
+void describe_users(const drive_users& users, char (&text)[Capacity]) {
+    char all[max_drive_users * (sizeof(drive_user::name) + 16)];
+    size_t length = 0;
+    for (uint32_t i = 0; i < users.count; ++i) {
+        length +=
+            static_cast<size_t>(std::snprintf(all + length, sizeof(all) - length, "%s%s %s",
+                                              i > 0 ? ", " : "", users.list[i].kind, users.list[i].name));
+    }
+    for (char& character : std::span(all, length)) {
+        character = static_cast<unsigned char>(character) < 0x20 || character == 0x7F ? '?' : character;
+    }
+    copy_text(text, all);
+    if (length >= Capacity) {
+        std::memcpy(text + Capacity - sizeof("..."), "...", sizeof("..."));
     }
 }
 
@@ -47,6 +70,21 @@ void check_is_update(drive* slot) {
         }
     }
     TRACE_PRINT("Exiting %s, flash=%d, rc = %d", __func__, slot->update, static_cast<int>(slot->result));
+}
+
+void check_is_idle(drive* slot) {
+    drive_users users;
+    find_drive_users(slot->pd, &users);
+    if (users.known && users.count == 0) {
+        return;
+    }
+    slot->update = 0;
+    slot->result = RESULT_DRIVE_IN_USE;
+    if (users.known) {
+        describe_users(users, slot->users);
+    } else {
+        copy_text(slot->users, "unknown");
+    }
 }
 
 outcome_t outcome_of(const drive* slot) {

@@ -10,6 +10,9 @@ namespace mirvok {
 // Decides whether a drive with a matched record needs its firmware: slot->update and slot->result tell.
 void check_is_update(drive* slot);
 
+// With --idle, for a drive that is to be updated: refuses it when somebody uses it, or when that is unknown.
+void check_is_idle(drive* slot);
+
 // What became of a drive that has been dealt with.
 outcome_t outcome_of(const drive* slot);
 

@@ -8,11 +8,11 @@ namespace mirvok {
 
 namespace {
 
-enum text_argument_t { ARGUMENT_NONE, ARGUMENT_IMAGE, ARGUMENT_CODE };
+enum text_argument_t { ARGUMENT_NONE, ARGUMENT_IMAGE, ARGUMENT_CODE, ARGUMENT_USERS };
 
 // Whether the line of a drive that got no download shows the text; otherwise the line says that the drive is
 // up to date.
-enum refusal_t { REFUSAL_UNSAID, REFUSAL_IN_CHECK, REFUSAL_SAID };
+enum refusal_t { REFUSAL_UNSAID, REFUSAL_IN_CHECK, REFUSAL_SAID, REFUSAL_OF_FLASH };
 
 // The text of a result code: on the screen, in the log, and what follows it.
 struct result_text {
@@ -35,6 +35,8 @@ constexpr char text_state[] = "firmware update status is not supported now, plea
 constexpr char text_protocol[] = "PD is not SAS,SATA,NVME type, not supported";
 constexpr char text_protocol_log[] = "firmware update is not supported on this pd";
 
+constexpr char text_in_use[] = "In use(";
+
 constexpr result_text result_texts[] = {
     {RESULT_IMAGE_LOST, text_image_lost, text_image_lost, ARGUMENT_IMAGE, REFUSAL_UNSAID},
     {RESULT_LEVEL_MISMATCH, text_mismatch, text_mismatch, ARGUMENT_NONE, REFUSAL_UNSAID},
@@ -45,6 +47,7 @@ constexpr result_text result_texts[] = {
     {RESULT_NO_DRIVE_INFORMATION, text_failed, text_failed, ARGUMENT_CODE, REFUSAL_UNSAID},
     {RESULT_STATE_NOT_SUPPORTED, text_state, text_state, ARGUMENT_NONE, REFUSAL_IN_CHECK},
     {RESULT_PROTOCOL_NOT_SUPPORTED, text_protocol, text_protocol_log, ARGUMENT_NONE, REFUSAL_SAID},
+    {RESULT_DRIVE_IN_USE, text_in_use, text_in_use, ARGUMENT_USERS, REFUSAL_OF_FLASH},
 };
 constexpr result_text text_number = {0, "", "", ARGUMENT_CODE, REFUSAL_UNSAID};
 
@@ -62,6 +65,8 @@ void append_argument(const drive* slot, const result_text& row, char* text, size
         std::snprintf(text, room, "%s", slot->record->image_name);
     } else if (row.argument == ARGUMENT_CODE) {
         std::snprintf(text, room, "%d", static_cast<int>(slot->result));
+    } else if (row.argument == ARGUMENT_USERS) {
+        std::snprintf(text, room, "%s)", slot->users);
     } else {
         text[0] = '\0';
     }
@@ -84,6 +89,9 @@ void print_refusal(const drive* slot) {
     const result_text& row = find_text(slot->result);
     if (row.refusal == REFUSAL_SAID || (row.refusal == REFUSAL_IN_CHECK && slot->check != 0)) {
         report_result(slot, row);
+    } else if (row.refusal == REFUSAL_OF_FLASH) {
+        char text[text_of_result_size];
+        report_texts("Flash: %s", text_of_result(slot, text));
     } else {
         report("Flash: Latest");
     }

@@ -13,7 +13,7 @@ namespace mirvok {
 const char* label_of(ctrl_type_t type);
 
 // The text of a drive's result code as its line on the screen has it. Returns `text`.
-constexpr size_t text_of_result_size = 128;
+constexpr size_t text_of_result_size = 160;
 const char* text_of_result(const drive* slot, char (&text)[text_of_result_size]);
 
 // half 0: the first half of the drive's line, before it is worked on; half 1: the second half with the

@@ -3,16 +3,20 @@
 #include <unistd.h>
 
 #include <cstdio>
+#include <cstring>
 #include <ctime>
 
+#include "commands/drive_fields.h"
 #include "commands/find.h"
 #include "commands/flash.h"
 #include "commands/flash_report.h"
 #include "commands/report_file.h"
 #include "commands/smart.h"
+#include "commands/smart_report.h"
 #include "common/json_writer.h"
 #include "profiles/drive_sizes.h"
 #include "storage/drive_paths.h"
+#include "storage/drive_use.h"
 
 namespace mirvok {
 
@@ -23,18 +27,6 @@ struct code_name {
     const char* name;
 };
 
-constexpr code_name protocol_names[] = {{PD_PROTOCOL_SAS, "SAS"},    {PD_PROTOCOL_SATA, "SATA"},
-                                        {PD_PROTOCOL_NVME, "NVMe"},  {PD_PROTOCOL_M2, "M2"},
-                                        {PD_PROTOCOL_SCSI, "SCSI"},  {PD_PROTOCOL_SATA_OTHER, "SATA"},
-                                        {PD_PROTOCOL_OTHER, "other"}};
-constexpr code_name state_names[] = {{PD_STATUS_UNCONFIGURED_GOOD, "unconfigured_good"},
-                                     {PD_STATUS_ONLINE, "online"},
-                                     {PD_STATUS_JBOD, "jbod"},
-                                     {PD_STATUS_OFFLINE, "offline"},
-                                     {PD_STATUS_HOT_SPARE, "hot_spare"},
-                                     {PD_STATUS_UNCONFIGURED_BAD, "unconfigured_bad"},
-                                     {PD_STATUS_FAILED, "failed"},
-                                     {PD_STATUS_REBUILD, "rebuild"}};
 constexpr code_name reason_names[] = {{LEFT_OUT_DUPLICATE, "duplicate"},
                                       {LEFT_OUT_IDENTIFY_FAILED, "identify_failed"},
                                       {LEFT_OUT_NOT_IN_PROFILE, "not_in_profile"},
@@ -48,15 +40,24 @@ constexpr code_name outcome_names[] = {
     {OUTCOME_UPDATED, "updated"}, {OUTCOME_FAILED, "failed"}};
 constexpr code_name exceeded_names[] = {
     {EXCEED_WRITTEN, "written"}, {EXCEED_LIFE, "life"}, {EXCEED_TEMPERATURE, "temperature"}};
+// Critical Warning, a bit each (NVMe 1.4, 5.14.1.2).
+constexpr code_name warning_names[] = {{0x01, "spare_below_threshold"},
+                                       {0x02, "temperature_exceeded"},
+                                       {0x04, "reliability_degraded"},
+                                       {0x08, "read_only"},
+                                       {0x10, "backup_failed"},
+                                       {0x20, "persistent_memory_unreliable"},
+                                       {0x40, "reserved_6"},
+                                       {0x80, "reserved_7"}};
 
 template <size_t Count>
-const char* name_of(const code_name (&names)[Count], uint32_t code, const char* other) {
+const char* name_of(const code_name (&names)[Count], uint32_t code) {
     for (const code_name& row : names) {
         if (row.code == code) {
             return row.name;
         }
     }
-    return other;
+    return nullptr;
 }
 
 void write_time(const char* key, time_t time) {
@@ -67,92 +68,148 @@ void write_time(const char* key, time_t time) {
     json_text(key, text);
 }
 
-// Which drive it is on its path.
-void write_place(const _pd_info* pd) {
-    json_unsigned("controller", pd->ctrl->ctrl_num);
-    json_unsigned("device_id", pd->device_id);
-    json_text("node", pd->dev_name[0] != '\0' ? pd->dev_name : nullptr);
-}
-
-void write_identity(const _pd_info* pd, uint32_t number, match_t match) {
-    json_unsigned("number", number);
-    write_place(pd);
-    json_unsigned("slot_id", pd->slot_id);
-    json_unsigned("port_id", pd->port_id);
-    json_text("protocol", name_of(protocol_names, pd->protocol, "unknown"));
-    json_unsigned("status", pd->status);
-    json_text("state", name_of(state_names, pd->status, "unknown"));
-    json_unsigned("size_gb", pd->size);
-    json_text("part_number", pd->part_number);
-    json_text("part_number_8s", pd->part_number_8s);
-    json_text("serial_number", pd->serial_number);
-    json_text("device_serial", pd->device_serial);
-    json_text("product_id", pd->product_id);
-    json_text("vendor_id", pd->vendor_id);
-    json_text("dummy", pd->dummy);
-    json_text("fru", pd->fru);
-    json_text("code_level", pd->code_level);
-    json_bool("c4_valid", pd->c4_valid != 0);
-    json_bool("b0_valid", pd->b0_valid != 0);
-    json_unsigned("last_lba", static_cast<uint64_t>(pd->lba_high) << 32 | pd->lba_low);
-    json_unsigned("nvme_lba_count", pd->nvme_lba_count);
-    json_text("matched_by", name_of(match_names, match, nullptr));
-}
-
-void write_drive(const drive& slot, uint32_t number) {
-    write_identity(slot.pd, number, slot.match);
-    if (slot.record != nullptr) {
-        json_unsigned("type", slot.record->type);
-    } else {
-        json_null("type");
-    }
-}
-
-void write_flash_result(const drive& slot) {
-    const outcome_t outcome = slot.outcome;
-    json_open_object("flash");
-    json_text("level_before", slot.level_before);
-    json_text("level_after", slot.pd->code_level);
-    json_text("level_prescribed", slot.record != nullptr ? slot.record->fw_level : nullptr);
-    json_text("image", slot.record != nullptr ? slot.record->image_name : nullptr);
-    json_text("outcome", name_of(outcome_names, outcome, nullptr));
-    json_unsigned("code", slot.result);
-    char text[text_of_result_size];
-    json_text("text", outcome == OUTCOME_FAILED || outcome == OUTCOME_REFUSED ? text_of_result(&slot, text)
-                                                                              : nullptr);
-    json_close();
-}
-
-void write_number_or_null(const char* key, bool valid, uint64_t value) {
-    if (valid) {
+void write_null_or(bool known, const char* key, uint64_t value) {
+    if (known) {
         json_unsigned(key, value);
     } else {
         json_null(key);
     }
 }
 
-void write_smart_result(const _smart_drive& reported) {
-    const _smart_info& info = reported.info;
-    const _smart_profile_record& record = *reported.matched_record;
-    json_open_object("smart");
-    json_text("bytes_written",
-              info.written_valid != 0 && info.written_text[0] != '\0' ? info.written_text : nullptr);
-    write_number_or_null("written_raw", info.written_valid != 0, info.written_raw);
-    write_number_or_null("life_remaining", info.life_valid != 0, info.life);
-    write_number_or_null("temperature", info.temperature_valid != 0, info.temperature);
-    json_open_object("limits");
-    json_unsigned("warranty_gb", record.warranty_gb);
-    json_unsigned("life_threshold", record.life_threshold);
-    json_unsigned("spec_max_temp", record.spec_max_temp);
+void write_field(const drive_field& field, const _pd_info* pd) {
+    const field_value value = field.value(pd);
+    if (value.kind == FIELD_BOOL) {
+        json_bool(field.name, value.number != 0);
+    } else if (value.kind == FIELD_NUMBER) {
+        json_unsigned(field.name, value.number);
+    } else {
+        json_text(field.name, value.kind == FIELD_TEXT ? value.text : nullptr);
+    }
+}
+
+void write_text_or_null(const char* key, const char* text) {
+    json_text(key, text[0] != '\0' ? text : nullptr);
+}
+
+// Which drive it is on its path.
+void write_place(const _pd_info* pd) {
+    for (const drive_field& field : drive_fields().first(place_fields)) {
+        write_field(field, pd);
+    }
+}
+
+void write_users(const _pd_info* pd) {
+    drive_users users;
+    find_drive_users(pd, &users);
+    if (!users.known) {
+        json_null("in_use");
+        return;
+    }
+    json_open_array("in_use");
+    for (uint32_t i = 0; i < users.count; ++i) {
+        json_open_object(nullptr);
+        json_text("kind", users.list[i].kind);
+        json_text("name", users.list[i].name);
+        json_close();
+    }
     json_close();
-    json_open_array("exceeded");
-    for (const code_name& row : exceeded_names) {
-        if ((info.exceeded & row.code) != 0) {
+}
+
+// What every operation tells of a drive; `record` is the flash profile's, or null.
+void write_drive(const _pd_info* pd, uint32_t number, match_t match, const profile_record* record) {
+    json_unsigned("number", number);
+    for (const drive_field& field : drive_fields()) {
+        write_field(field, pd);
+    }
+    write_users(pd);
+    json_text("matched_by", name_of(match_names, match));
+    write_null_or(record != nullptr, "type", record != nullptr ? record->type : 0);
+}
+
+// In a check: whether the image that the profile prescribes waits for nothing but the drive's reset.
+void write_pending_reset(const drive& slot) {
+    const _pd_info* pd = slot.pd;
+    if (slot.check != 0 && pd->next_level_valid != 0) {
+        json_bool("pending_reset", slot.record != nullptr && pd->next_level[0] != '\0' &&
+                                       std::strcmp(pd->next_level, slot.record->fw_level) == 0);
+    } else {
+        json_null("pending_reset");
+    }
+}
+
+// What an NVMe drive was given runs after its next reset alone.
+void write_flash_result(const drive& slot) {
+    const outcome_t outcome = slot.outcome;
+    const bool committed = outcome == OUTCOME_UPDATED && drive_kind(slot.pd->protocol) == DRIVE_NVME;
+    json_open_object("flash");
+    json_text("level_before", slot.level_before);
+    json_text("level_after", committed ? slot.level_before : slot.pd->code_level);
+    json_text("level_committed", committed ? slot.record->fw_level : nullptr);
+    json_text("level_prescribed", slot.record != nullptr ? slot.record->fw_level : nullptr);
+    json_text("image", slot.record != nullptr ? slot.record->image_name : nullptr);
+    json_text("outcome", name_of(outcome_names, outcome));
+    json_unsigned("code", slot.result);
+    char text[text_of_result_size];
+    json_text("text", outcome == OUTCOME_FAILED || outcome == OUTCOME_REFUSED ? text_of_result(&slot, text)
+                                                                              : nullptr);
+    json_text("activation", committed ? "pending_reset" : nullptr);
+    write_pending_reset(slot);
+    json_close();
+}
+
+template <size_t Count>
+void write_names(const char* key, const code_name (&names)[Count], uint32_t bits) {
+    json_open_array(key);
+    for (const code_name& row : names) {
+        if ((bits & row.code) != 0) {
             json_text(nullptr, row.name);
         }
     }
     json_close();
-    json_bool("predictive_failure", info.pfa_trip != 0);
+}
+
+void write_health(const smart_health& health) {
+    const bool told = health.log_valid != 0;
+    json_open_object("health");
+    if (told) {
+        write_names("critical_warning", warning_names, health.critical_warning);
+    } else {
+        json_null("critical_warning");
+    }
+    write_null_or(told, "available_spare_percent", health.available_spare);
+    write_null_or(told, "available_spare_threshold_percent", health.spare_threshold);
+    write_null_or(told, "media_errors", health.media_errors);
+    write_null_or(told, "unsafe_shutdowns", health.unsafe_shutdowns);
+    write_null_or(health.power_on_hours_valid != 0, "power_on_hours", health.power_on_hours);
+    json_close();
+}
+
+void write_smart_result(const _smart_drive& reported) {
+    const _smart_info& info = reported.info;
+    const _smart_profile_record& record = *reported.matched_record;
+    const written_unit unit = written_unit_of(record.drive_type);
+    const bool judged = unit.name != nullptr;
+    json_open_object("smart");
+    json_unsigned("drive_type", record.drive_type);
+    write_null_or(judged && info.written_valid != 0, "written_bytes", bytes_written(info.written_raw, unit));
+    write_null_or(judged, "warranty_bytes", uint64_t{record.warranty_gb} << 30);
+    write_null_or(info.written_valid != 0, "written_raw", info.written_raw);
+    json_text("written_unit", unit.name);
+    if (info.temperature_valid != 0) {
+        json_number("temperature_celsius", temperature_of(reported));
+    } else {
+        json_null("temperature_celsius");
+    }
+    json_unsigned("temperature_max_celsius", record.spec_max_temp);
+    write_null_or(info.life_valid != 0, "life_remaining_percent", info.life);
+    json_unsigned("life_threshold_percent", record.life_threshold);
+    write_names("exceeded", exceeded_names, info.exceeded);
+    if (info.health.prediction_valid != 0) {
+        json_bool("predictive_failure", info.pfa_trip != 0);
+    } else {
+        json_null("predictive_failure");
+    }
+    write_health(info.health);
     json_close();
 }
 
@@ -177,7 +234,9 @@ void write_left_out(const left_out_list& list) {
         const left_out_drive& left = list.drives[i];
         json_open_object(nullptr);
         write_place(left.pd);
-        json_text("reason", name_of(reason_names, left.reason, nullptr));
+        write_text_or_null("product_id", left.pd->product_id);
+        write_text_or_null("serial_number", left.pd->serial_number);
+        json_text("reason", name_of(reason_names, left.reason));
         if (left.duplicate_of != nullptr) {
             json_open_object("duplicate_of");
             write_place(left.duplicate_of);
@@ -190,17 +249,24 @@ void write_left_out(const left_out_list& list) {
     json_close();
 }
 
-void write_head(const char* operation, const _storage_lib* lib, const run_record& record, int status) {
+// `check` is null for operations that have none.
+void write_head(const char* operation, const bool* check, const _storage_lib* lib, const run_record& record,
+                int status) {
     char host[256] = {};
     gethostname(host, sizeof(host) - 1);
     json_begin(report_file());
     json_open_object(nullptr);
-    json_unsigned("schema", 1);
+    json_unsigned("schema", 2);
     json_open_object("tool");
     json_text("name", "mirvok");
     json_text("version", "17.4.2");
     json_close();
     json_text("operation", operation);
+    if (check != nullptr) {
+        json_bool("check", *check);
+    } else {
+        json_null("check");
+    }
     json_text("host", host);
     write_time("start", record.start);
     write_time("end", std::time(nullptr));
@@ -209,12 +275,12 @@ void write_head(const char* operation, const _storage_lib* lib, const run_record
     if (record.profile_name != nullptr) {
         json_open_object(nullptr);
         json_text("name", record.profile_name);
-        write_number_or_null("records", record.profile_loaded, record.profile_records);
+        write_null_or(record.profile_loaded, "records", record.profile_records);
         json_close();
     }
     json_open_object(nullptr);
     json_text("name", "sizes.bin");
-    write_number_or_null("records", drive_sizes_result == 0, drive_sizes_size);
+    write_null_or(drive_sizes_result == 0, "records", drive_sizes_size);
     json_close();
     json_close();
     write_controllers(lib);
@@ -224,20 +290,6 @@ void finish(const run_record& record) {
     write_left_out(record.left_out);
     json_close();
     close_report_file(json_end() == 0);
-}
-
-template <size_t Capacity>
-void write_drives(const drive (&drives)[Capacity], uint32_t count, bool flashed) {
-    json_open_array("drives");
-    for (uint32_t i = 0; i < count; ++i) {
-        json_open_object(nullptr);
-        write_drive(drives[i], i + 1);
-        if (flashed) {
-            write_flash_result(drives[i]);
-        }
-        json_close();
-    }
-    json_close();
 }
 
 }  // namespace
@@ -256,36 +308,59 @@ void note_profile(run_record* record, const char* name, bool loaded, uint32_t re
 
 void write_report(const _find_program* program, const _storage_lib* lib, const run_record& record,
                   int status) {
-    if (report_file() != nullptr) {
-        write_head("find", lib, record, status);
-        write_drives(program->drives, program->drive_count, false);
-        finish(record);
+    if (report_file() == nullptr) {
+        return;
     }
+    write_head("find", nullptr, lib, record, status);
+    json_open_array("drives");
+    for (uint32_t i = 0; i < program->drive_count; ++i) {
+        const drive& slot = program->drives[i];
+        json_open_object(nullptr);
+        write_drive(slot.pd, i + 1, slot.match, slot.record);
+        json_null("flash");
+        json_null("smart");
+        json_close();
+    }
+    json_close();
+    finish(record);
 }
 
 void write_report(const flash* program, const _storage_lib* lib, const run_record& record, int status) {
-    if (report_file() != nullptr) {
-        write_head("flash", lib, record, status);
-        json_bool("check", program->check != 0);
-        write_drives(program->drives, program->drive_count, true);
-        finish(record);
+    if (report_file() == nullptr) {
+        return;
     }
+    const bool check = program->check != 0;
+    write_head("flash", &check, lib, record, status);
+    json_open_array("drives");
+    for (uint32_t i = 0; i < program->drive_count; ++i) {
+        const drive& slot = program->drives[i];
+        json_open_object(nullptr);
+        write_drive(slot.pd, i + 1, slot.match, slot.record);
+        write_flash_result(slot);
+        json_null("smart");
+        json_close();
+    }
+    json_close();
+    finish(record);
 }
 
 void write_report(const _smart_program* program, const _storage_lib* lib, const run_record& record,
                   int status) {
-    if (report_file() != nullptr) {
-        write_head("smart", lib, record, status);
-        json_open_array("drives");
-        for (uint32_t i = 0; i < program->total_count; ++i) {
-            json_open_object(nullptr);
-            write_identity(program->drives[i].pd, i + 1, program->drives[i].match);
-            write_smart_result(program->drives[i]);
-            json_close();
-        }
-        json_close();
-        finish(record);
+    if (report_file() == nullptr) {
+        return;
     }
+    write_head("smart", nullptr, lib, record, status);
+    json_open_array("drives");
+    for (uint32_t i = 0; i < program->total_count; ++i) {
+        const _smart_drive& reported = program->drives[i];
+        json_open_object(nullptr);
+        write_drive(reported.pd, i + 1, reported.match, nullptr);
+        json_null("flash");
+        write_smart_result(reported);
+        json_close();
+    }
+    json_close();
+    finish(record);
 }
 
 }  // namespace mirvok

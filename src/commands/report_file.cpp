@@ -92,7 +92,11 @@ void sync_directory() {
 }
 
 void complain_of(const char* path, int number) {
-    complain("the report `%s' cannot be written: %s", path, std::strerror(number));
+    if (path[0] == '\0') {
+        complain("option `--json' takes the name of a file, which is missing");
+    } else {
+        complain("the report `%s' cannot be written: %s", path, std::strerror(number));
+    }
 }
 
 int open_beside(const char* path) {

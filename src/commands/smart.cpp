@@ -3,6 +3,7 @@
 #include <cstdio>
 #include <cstdlib>
 
+#include "commands/drive_match.h"
 #include "commands/drive_walk.h"
 #include "commands/json_report.h"
 #include "commands/smart_collection.h"
@@ -19,11 +20,12 @@ enum exit_status_t : int {
     STATUS_OK = 0,
     STATUS_NO_PROFILE = 2,
     STATUS_NO_CONTROLLER = 4,
+    STATUS_BAD_MATCH = 4,
     STATUS_NO_DRIVE = 5,
 };
 
 // Values of the options that have no letter.
-enum long_option_t : int { OPTION_DEBUG = 0x100, OPTION_ALL, OPTION_OS, OPTION_JSON };
+enum long_option_t : int { OPTION_DEBUG = 0x100, OPTION_ALL, OPTION_OS, OPTION_JSON, OPTION_MATCH };
 
 constexpr char short_options[] = "p:v:h";
 constexpr option long_options[] = {
@@ -35,6 +37,7 @@ constexpr option long_options[] = {
     {"all", OPTION_NO_ARGUMENT, nullptr, OPTION_ALL},
     {"os", OPTION_NO_ARGUMENT, nullptr, OPTION_OS},
     {"json", OPTION_REQUIRED_ARGUMENT, nullptr, OPTION_JSON},
+    {"match", OPTION_REQUIRED_ARGUMENT, nullptr, OPTION_MATCH},
     {nullptr, 0, nullptr, 0},
 };
 
@@ -115,7 +118,7 @@ int report_inventory(_smart_program* program, const _storage_lib& lib, left_out_
     TRACE_PRINT("pd count:%u", lib.pd_count);
     walk_drives(operation, program, &lib, left_out);
     print_smart_result(program);
-    return STATUS_OK;
+    return complain_of_no_match() ? STATUS_BAD_MATCH : STATUS_OK;
 }
 
 }  // namespace
@@ -170,13 +173,17 @@ int run_smart_drives(int argc, char** argv) {
     _storage_lib lib = {};
     _smart_program program;
     init_program(&program);
-    parse_command_line(argc, argv, &program);
-    check_params(&program);
     run_record record;
     begin_record(&record);
-    const bool loaded = load_profiles(&program) == 0;
-    note_profile(&record, program.profile_path, loaded, loaded ? program.profile.count : 0);
-    int rc = STATUS_NO_PROFILE;
+    const bool read = matches_are_read();
+    bool loaded = false;
+    if (read) {
+        parse_command_line(argc, argv, &program);
+        check_params(&program);
+        loaded = load_profiles(&program) == 0;
+        note_profile(&record, program.profile_path, loaded, loaded ? program.profile.count : 0);
+    }
+    int rc = read ? STATUS_NO_PROFILE : STATUS_BAD_MATCH;
     if (loaded) {
         open_inventory(&lib, false);
         rc = report_inventory(&program, lib, &record.left_out);

@@ -149,6 +149,16 @@ bool take_value(_smart_info* info, const _smart_profile_record* record, uint64_t
     return false;
 }
 
+// The first entry of this id counts the hours, whatever the record takes it for. Drives keep other things in
+// the upper bytes of the attribute's raw value.
+void take_power_on_hours(_smart_info* info, uint64_t id, uint64_t hours) {
+    constexpr uint64_t power_on_hours_id = 9;
+    if (id == power_on_hours_id && info->health.power_on_hours_valid == 0) {
+        info->health.power_on_hours = hours;
+        info->health.power_on_hours_valid = 1;
+    }
+}
+
 // Sense data (SPC-4, 4.5): response codes, the fixed format's fields, the descriptor list, and the ATA Status
 // Return descriptor of SAT-3.
 constexpr size_t sense_size = 64;
@@ -170,13 +180,15 @@ constexpr size_t ata_status_lba_mid = 9;
 constexpr size_t ata_status_lba_high = 11;
 
 // Places of the registers in the result buffer of SMART RETURN STATUS, and what they hold when a threshold is
-// exceeded.
+// exceeded and when none is.
 constexpr size_t host_lba_mid = 3;
 constexpr size_t host_lba_high = 4;
 constexpr size_t raid_lba_mid = 17;
 constexpr size_t raid_lba_high = 19;
 constexpr uint8_t exceeded_lba_mid = 0xF4;
 constexpr uint8_t exceeded_lba_high = 0x2C;
+constexpr uint8_t healthy_lba_mid = 0x4F;
+constexpr uint8_t healthy_lba_high = 0xC2;
 
 // The ATA Status Return descriptor in `end` bytes of descriptor-format sense data, or null.
 const uint8_t* find_status_descriptor(const uint8_t* sense, size_t end) {
@@ -201,6 +213,7 @@ void parse_veltra_smart_info_ata(const void* data, unsigned int kind, _smart_inf
         const uint64_t raw =
             load_le32(entry + ata_raw) | static_cast<uint64_t>(load_le16(entry + ata_raw + 4)) << 32;
         const ata_attribute attribute = {entry[0], entry[ata_current], entry[ata_worst], raw};
+        take_power_on_hours(info, attribute.id, raw & UINT32_MAX);
         if (take_value(info, record, attribute.id, attribute.current, raw & 0xFF, raw)) {
             TRACE_PRINT("host write lbal:%lXh", raw);
         }
@@ -224,6 +237,7 @@ void parse_veltra_smart_info_sas(const void* data, unsigned int page, _smart_inf
         decode_page(static_cast<const uint8_t*>(data), *layout, entries);
         for (const auto& [id, value] : entries) {
             TRACE_PRINT("attrid:%d;", id);
+            take_power_on_hours(info, id, value);
             if (id != 0 && take_value(info, record, id, value, value, value)) {
                 TRACE_PRINT("write lbal:%d,%lXh", static_cast<int>(value), value);
             }
@@ -240,11 +254,16 @@ void parse_veltra_smart_info_nvme(const void* data, _smart_info* info) {
     info->life_valid = 1;
     info->temperature = static_cast<uint16_t>(device.temperature);
     info->temperature_valid = 1;
-    // The counter has 128 bits; what 64 bits cannot hold stays at their limit.
-    constexpr long double counter_end = 18446744073709551616.0L;
-    const long double written = device.data_units_written;
-    info->written_raw = written < counter_end ? static_cast<uint64_t>(written) : UINT64_MAX;
+    info->written_raw = to_uint64(device.data_units_written);
     info->written_valid = 1;
+    info->health.critical_warning = static_cast<uint8_t>(device.critical_warning);
+    info->health.available_spare = static_cast<uint8_t>(device.available_spare);
+    info->health.spare_threshold = static_cast<uint8_t>(device.spare_threshold);
+    info->health.media_errors = to_uint64(device.media_errors);
+    info->health.unsafe_shutdowns = to_uint64(device.unsafe_shutdowns);
+    info->health.log_valid = 1;
+    info->health.power_on_hours = to_uint64(device.power_on_hours);
+    info->health.power_on_hours_valid = 1;
     TRACE_PRINT("Exiting %s", __func__);
 }
 
@@ -277,7 +296,10 @@ void parse_veltra_smart_returnStatus_sata(const void* data, _smart_drive* drive)
         lba_high = status[host_lba_high];
         TRACE_PRINT("lba_hi:0x%X,low:0x%X", lba_high, lba_mid);
     }
-    drive->info.pfa_trip = lba_mid == exceeded_lba_mid && lba_high == exceeded_lba_high ? 1 : 0;
+    const bool exceeded = lba_mid == exceeded_lba_mid && lba_high == exceeded_lba_high;
+    const bool healthy = lba_mid == healthy_lba_mid && lba_high == healthy_lba_high;
+    drive->info.pfa_trip = exceeded ? 1 : 0;
+    drive->info.health.prediction_valid = exceeded || healthy ? 1 : 0;
     TRACE_PRINT("Exiting %s", __func__);
 }
 

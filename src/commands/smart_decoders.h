@@ -18,6 +18,19 @@ enum exceeded_t : uint8_t {
     EXCEED_WRITTEN = 0x04,
 };
 
+// What the report alone tells of a drive's health, with flags of the same kind.
+struct smart_health {
+    uint8_t prediction_valid;  // a SATA drive has answered whether it exceeds a threshold
+    uint8_t power_on_hours_valid;
+    uint8_t log_valid;  // those of the NVMe health log: the five that follow
+    uint8_t critical_warning;
+    uint8_t available_spare;  // percent
+    uint8_t spare_threshold;  // percent
+    uint64_t media_errors;
+    uint64_t unsafe_shutdowns;
+    uint64_t power_on_hours;
+};
+
 // The SMART results of one drive, all zero until a value is found; a value is set together with its flag.
 struct _smart_info {
     uint16_t temperature;  // degrees Celsius
@@ -29,6 +42,7 @@ struct _smart_info {
     char written_text[32];  // bytes written, formatted by calculate_smart
     uint8_t exceeded;       // exceeded_t bits, set by calculate_smart
     uint16_t pfa_trip;      // 1 when the drive reports an exceeded threshold
+    smart_health health = {};
 };
 
 // One reported drive. The drive belongs to the inventory, the record to the loaded profile.
@@ -53,7 +67,7 @@ void parse_veltra_smart_info_ata(const void* data, unsigned int kind, _smart_inf
 void parse_veltra_smart_info_sas(const void* data, unsigned int page, _smart_info* info,
                                  const _smart_profile_record* record);
 
-// Decodes the NVMe health log (512 bytes; NVMe 1.4, 5.14.1.2); all three values are found.
+// Decodes the NVMe health log (512 bytes; NVMe 1.4, 5.14.1.2); all values are found.
 void parse_veltra_smart_info_nvme(const void* data, _smart_info* info);
 
 // Puts the LBA mid and LBA high registers that an ATA command on the host path returned in its 64 bytes of
@@ -63,9 +77,9 @@ void parse_veltra_smart_info_nvme(const void* data, _smart_info* info);
 // bytes) as it is.
 void take_returned_registers(const uint8_t* sense, uint8_t* status);
 
-// Sets pfa_trip by the LBA mid and LBA high registers in the 32-byte result buffer of SMART RETURN STATUS
-// (ACS-3, 7.48.8): on a host adapter in bytes 3 and 4, elsewhere in bytes 17 and 19, where descriptor-format
-// sense data hold them.
+// Sets pfa_trip, and whether it was answered, by the LBA mid and LBA high registers in the 32-byte result
+// buffer of SMART RETURN STATUS (ACS-3, 7.48.8): on a host adapter in bytes 3 and 4, elsewhere in bytes 17
+// and 19, where descriptor-format sense data hold them.
 void parse_veltra_smart_returnStatus_sata(const void* data, _smart_drive* drive);
 
 }  // namespace mirvok

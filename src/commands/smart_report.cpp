@@ -19,6 +19,8 @@ constexpr int no_whole_unit = -1;
 // to `last_whole` are printed as integers, greater ones with one decimal.
 struct unit_rule {
     uint16_t drive_types[3];
+    const char* name;
+    uint64_t bytes;  // of one count
     long double factor;
     bool drop_fraction;
     unit_t unit;
@@ -27,12 +29,12 @@ struct unit_rule {
 };
 
 constexpr unit_rule unit_rules[] = {
-    {{1, 21}, 1.0L, false, UNIT_MB, UNIT_MB, false},
-    {{16, 18}, 1.0L, false, UNIT_B, UNIT_KB, false},
-    {{17, 20, 24}, 0.5L, true, UNIT_KB, no_whole_unit, false},  // sectors of 512 bytes
-    {{19}, 32.0L, false, UNIT_MB, no_whole_unit, false},
-    {{22, 25, 26}, 0.5L, false, UNIT_MB, no_whole_unit, true},
-    {{27}, 1.0L, false, UNIT_GB, no_whole_unit, false},
+    {{1, 21}, "megabytes", 1U << 20, 1.0L, false, UNIT_MB, UNIT_MB, false},
+    {{16, 18}, "bytes", 1, 1.0L, false, UNIT_B, UNIT_KB, false},
+    {{17, 20, 24}, "sectors", 512, 0.5L, true, UNIT_KB, no_whole_unit, false},
+    {{19}, "32_megabytes", 1U << 25, 32.0L, false, UNIT_MB, no_whole_unit, false},
+    {{22, 25, 26}, "half_megabytes", 1U << 19, 0.5L, false, UNIT_MB, no_whole_unit, true},
+    {{27}, "gigabytes", 1U << 30, 1.0L, false, UNIT_GB, no_whole_unit, false},
 };
 
 const unit_rule* find_unit_rule(uint16_t drive_type) {
@@ -85,6 +87,25 @@ void calculate_smart(_smart_info* info, const _smart_profile_record* record) {
         judge_written(info, record, *rule);
     }
     TRACE_PRINT("Exiting %s", __func__);
+}
+
+written_unit written_unit_of(uint16_t drive_type) {
+    const unit_rule* rule = find_unit_rule(drive_type);
+    return rule != nullptr ? written_unit{rule->name, rule->bytes, rule->drop_fraction} : written_unit{};
+}
+
+uint64_t bytes_written(uint64_t counter, const written_unit& unit) {
+    uint64_t bytes = 0;
+    counter -= unit.drop_fraction ? counter % 2 : 0;
+    return __builtin_mul_overflow(counter, unit.bytes, &bytes) ? UINT64_MAX : bytes;
+}
+
+int32_t temperature_of(const _smart_drive& drive) {
+    // No sum of 16 bits of kelvin reaches the values that these stand for.
+    constexpr int32_t first_negative = 0x10000 - 273;
+    const int32_t temperature = drive.info.temperature;
+    const bool negative = drive_kind(drive.pd->protocol) == DRIVE_NVME && temperature >= first_negative;
+    return negative ? temperature - 0x10000 : temperature;
 }
 
 void print_smart_info(const _smart_drive* drive, unsigned short number) {

@@ -25,6 +25,12 @@ constexpr char go_below[] = "\0337\033[B\r";
 constexpr char erase_rest[] = "\033[K";
 constexpr char come_back[] = "\0338";
 
+// A cursor that waits behind the last column goes where the next character will have it go.
+constexpr char take_turn[] = " \b";
+
+constexpr size_t usual_columns = 80;
+constexpr size_t fewest_columns = 5;
+
 bool enabled = false;
 bool below = false;    // the line in work has begun: the progress stands below it, else in its place
 bool visible = false;  // something of ours stands on the terminal
@@ -38,19 +44,25 @@ int64_t now() {
     return time.tv_sec * 1'000'000'000LL + time.tv_nsec;
 }
 
-// Columns of the terminal, which may change its size at any time; 0 when it is gone.
+// Columns of the terminal, which may change its size at any time; 0 when it is gone. A terminal that does not
+// know its size, as a serial line, tells 0.
 size_t columns() {
     struct winsize size = {};
-    return ioctl(STDERR_FILENO, TIOCGWINSZ, &size) == 0 ? size.ws_col : 0;
+    if (ioctl(STDERR_FILENO, TIOCGWINSZ, &size) != 0) {
+        return 0;
+    }
+    return size.ws_col != 0 ? size.ws_col : usual_columns;
 }
 
-void write_terminal(const char* text) {
+// Returns whether the terminal took the text.
+bool write_terminal(const char* text) {
     // A terminal that is stopped, or went away in mid-run, is no reason to wait.
     struct pollfd terminal = {STDERR_FILENO, POLLOUT, 0};
     if (poll(&terminal, 1, 0) != 1 || (terminal.revents & POLLOUT) == 0) {
-        return;
+        return false;
     }
-    (void)!write(STDERR_FILENO, text, std::strlen(text));
+    const size_t length = std::strlen(text);
+    return write(STDERR_FILENO, text, length) == static_cast<ssize_t>(length);
 }
 
 void show(const char* text) {
@@ -62,10 +74,13 @@ void show(const char* text) {
         return;
     }
     const size_t width = columns();
+    if (width < fewest_columns) {
+        return;
+    }
     char line[160];
     std::snprintf(line, sizeof(line), "drive %u of %u: %s", drive_number, drive_count, text);
     if (width < sizeof(line)) {
-        line[width > 0 ? width - 1 : 0] = '\0';  // the last column stays free: nothing may wrap
+        line[width - 1] = '\0';  // the last column stays free: nothing may wrap
     }
     char output[sizeof(line) + 64];
     if (below) {
@@ -111,10 +126,9 @@ void progress_continue(size_t column) {
         return;
     }
     below = true;
-    // A cursor that waits behind the last column would lose its place: below such a line nothing is shown.
     const size_t width = columns();
-    if (width == 0 || column % width == 0) {
-        drive_count = 0;
+    if (width == 0 || (column % width == 0 && !write_terminal(take_turn))) {
+        drive_count = 0;  // the cursor would lose its place: below such a line nothing is shown
     }
 }
 

@@ -5,6 +5,7 @@
 #include <cstdlib>
 #include <cstring>
 
+#include "commands/drive_match.h"
 #include "commands/find.h"
 #include "commands/flash.h"
 #include "commands/report_file.h"
@@ -45,6 +46,7 @@ int OSTYPE = 0;
 int verbose = 0;
 const char* report_path = nullptr;  // of --json
 bool check_seen = false;            // an argument that may be meant for --check
+bool idle_seen = false;             // and one for --idle
 
 // Leading digits; anything else, and a value that is missing, counts as 0.
 int decimal(const char* text) {
@@ -78,6 +80,7 @@ int get_operation(int argc, char** argv) {
     }
     for (int i = 2; i < argc; ++i) {
         check_seen = check_seen || std::strncmp(argv[i], "--c", 3) == 0;
+        idle_seen = idle_seen || std::strncmp(argv[i], "--i", 3) == 0;
         const char* value = i + 1 < argc ? argv[i + 1] : nullptr;
         if (std::strcmp(argv[i], "--debug") == 0) {
             debug_flag = 1;
@@ -102,6 +105,9 @@ int run_operation(int argc, char** argv) {
     if (opt == OPERATION_FIND) {
         std::signal(SIGXFSZ, SIG_IGN);  // a full file ends the output, not the run
     }
+    for (int i = 2; i < argc; ++i) {
+        take_match(argv[i], i + 1 < argc ? argv[i + 1] : nullptr);
+    }
     const bool reported = report_path == nullptr || open_report_file(report_path) == 0;
     if (opt == OPERATION_FIND) {
         run_find_drives(argc, argv);
@@ -111,9 +117,9 @@ int run_operation(int argc, char** argv) {
         return FLASH_STATUS_BAD_OPTIONS;
     }
     if (check) {
-        return run_check_drives(argc, argv);
+        return run_check_drives(argc, argv, idle_seen);
     }
-    return opt == OPERATION_FLASH ? run_flash_drives(argc, argv) : run_smart_drives(argc, argv);
+    return opt == OPERATION_FLASH ? run_flash_drives(argc, argv, idle_seen) : run_smart_drives(argc, argv);
 }
 
 int run(int argc, char** argv) {

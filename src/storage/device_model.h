@@ -68,6 +68,7 @@ enum result_t : uint32_t {
     RESULT_STATE_NOT_SUPPORTED = 90018,     // drives in this state are not updated
     RESULT_PROTOCOL_NOT_SUPPORTED = 90019,  // drive is not SAS, SATA or NVMe
     RESULT_IDENTIFY_FAILED = 90020,         // SATA identification failed on the host path
+    RESULT_DRIVE_IN_USE = 90021,            // the drive is in use, or may be, and only idle ones were meant
 };
 
 constexpr uint32_t max_controllers = 64;
@@ -116,6 +117,8 @@ struct _pd_info {
     uint16_t smart_enabled_saved;      // smart_enabled as it was before log B0h was read
     uint16_t smart_supported;          // ATA: 1 when IDENTIFY reports SMART supported
     char vendor_id[18];                // vendor identification
+    uint8_t next_level_valid;          // NVMe: log page 03h was read
+    char next_level[16];               // of the other slot that the next reset starts; empty: none
 };
 
 // One per command run, owned by the running command.

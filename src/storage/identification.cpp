@@ -324,12 +324,16 @@ int get_nvme_log(_pd_info* pd) {
             take_vendor_page(pd, info);
         }
     }
-    // These two reach the trace alone.
+    // Of these two the trace tells, and of the first the report, too.
     for (const uint16_t log : {nvme_log_firmware_slots, nvme_log_health}) {
         rc = read_nvme(pd, NVME_GET_LOG_PAGE, log, data, sizeof(data));
         if (rc == 0) {
             info = {};
             parse_nvme_smart_data(&info, data);
+        }
+        if (rc == 0 && log == nvme_log_firmware_slots) {
+            take_next_level(pd->next_level, data);
+            pd->next_level_valid = 1;
         }
     }
     TRACE_PRINT("Exiting %s, rc = %d", __func__, rc);

@@ -2,6 +2,7 @@
 
 #include "common/bytes.h"
 #include "common/diagnostics.h"
+#include "common/text.h"
 #include "transport/data_field.h"
 
 namespace mirvok {
@@ -22,6 +23,7 @@ namespace health {
 constexpr size_t critical_warning = 0;
 constexpr size_t temperature = 1;
 constexpr size_t available_spare = 3;
+constexpr size_t spare_threshold = 4;
 constexpr size_t used = 5;
 
 struct counter {
@@ -43,6 +45,12 @@ constexpr uint32_t nvme_device_info::*warnings[] = {
     &nvme_device_info::backup_failed,
 };
 }  // namespace health
+
+namespace slots {
+constexpr size_t active_firmware = 0;
+constexpr size_t levels = 8;
+constexpr size_t width = 8;
+}  // namespace slots
 
 namespace page_e0 {
 constexpr size_t page_code = 1;
@@ -136,12 +144,6 @@ void parse_vpd_e0(nvme_device_info* info, const uint8_t* data) {
     TRACE_PRINT("Exiting %s", __func__);
 }
 
-// Counters can exceed 64 bits; what does not fit shows as the largest value.
-uint64_t to_uint64(long double value) {
-    constexpr long double limit = 18446744073709551616.0L;
-    return value >= limit ? UINT64_MAX : static_cast<uint64_t>(value);
-}
-
 }  // namespace
 
 void parse_nvme_page(uint16_t page, nvme_device_info* info, const void* data, uint32_t /*length*/) {
@@ -166,14 +168,16 @@ void parse_nvme_page(uint16_t page, nvme_device_info* info, const void* data, ui
 void parse_nvme_smart_data(nvme_device_info* info, const void* data) {
     TRACE_PRINT("Entering %s", __func__);
     const auto* log = static_cast<const uint8_t*>(data);
+    info->critical_warning = log[health::critical_warning];
     uint32_t bit = 0;
     for (uint32_t nvme_device_info::*warning : health::warnings) {
-        info->*warning = static_cast<uint32_t>(log[health::critical_warning]) >> bit & 1;
+        info->*warning = info->critical_warning >> bit & 1;
         ++bit;
     }
     info->temperature =
         static_cast<int32_t>(static_cast<double>(load_le16(log + health::temperature)) - 273.15);
     info->available_spare = log[health::available_spare];
+    info->spare_threshold = log[health::spare_threshold];
     info->used = log[health::used];
     for (const health::counter& row : health::counters) {
         info->*row.field = int128_to_double(log + row.offset);
@@ -182,6 +186,21 @@ void parse_nvme_smart_data(nvme_device_info* info, const void* data) {
                 static_cast<int>(info->used),
                 static_cast<unsigned long>(to_uint64(info->data_units_written)));
     TRACE_PRINT("Exiting %s", __func__);
+}
+
+void take_next_level(char (&level)[16], const void* data) {
+    const auto* log = static_cast<const uint8_t*>(data);
+    const uint32_t active = log[slots::active_firmware] & 7;
+    const uint32_t next = static_cast<uint32_t>(log[slots::active_firmware]) >> 4 & 7;
+    copy_text(level, "");
+    if (next != 0 && next != active) {
+        copy_trimmed<slots::width>(level, log + slots::levels + (next - 1) * slots::width);
+    }
+}
+
+uint64_t to_uint64(long double counter) {
+    constexpr long double limit = 18446744073709551616.0L;
+    return counter >= limit ? UINT64_MAX : static_cast<uint64_t>(counter);
 }
 
 long double int128_to_double(const uint8_t* bytes) {

@@ -11,9 +11,11 @@ struct nvme_device_info {
     char model[32];
     char fw_version[32];
     char serial_number[36];
-    int32_t temperature;  // degrees Celsius
-    uint32_t available_spare;
-    uint32_t used;  // percentage used, may exceed 100
+    int32_t temperature;        // degrees Celsius
+    uint32_t critical_warning;  // the bits that follow by name, and those without a name here
+    uint32_t available_spare;   // percent
+    uint32_t spare_threshold;   // percent
+    uint32_t used;              // percentage used, may exceed 100
     long double data_units_read;
     long double data_units_written;
     long double host_read_commands;
@@ -61,6 +63,14 @@ void parse_nvme_page(uint16_t page, nvme_device_info* info, const void* data, ui
 
 // Decodes the SMART / health log (NVMe 1.4, 5.14.1.2; the first 192 bytes are read).
 void parse_nvme_smart_data(nvme_device_info* info, const void* data);
+
+// The firmware level, 8 characters and a NUL, of the slot that the next reset starts where that is another
+// one than the active one, from the Firmware Slot Information log (NVMe 1.4, 5.14.1.3; 64 bytes are read);
+// else empty.
+void take_next_level(char (&level)[16], const void* data);
+
+// A counter in 64 bits; what they cannot hold stays at their limit.
+uint64_t to_uint64(long double counter);
 
 // The value of 16 bytes read as a little-endian unsigned 128-bit integer.
 long double int128_to_double(const uint8_t* bytes);

@@ -9,6 +9,7 @@ command; --seed with its seed and --runs 1 bring it back.
 import argparse
 import collections
 import concurrent.futures
+import decimal
 import json
 import pathlib
 import random
@@ -55,6 +56,9 @@ LINES = {"find": "{number:2d} A:{controller} S:{device_id:2d} PN:{part_number}:{
          "smart": "{number:<3d} PN:{part_number}-{fru} Veltra-SN:{serial_number} FW:{code_level}\n{0}"
                   "    Number bytes written to SSD: {1}\n    Number bytes supported by warranty: {2}GB\n    Life Remaining Gauge: {3}\n"
                   "    SSD temperature:{4}      Spec Max: {5}(c)\n    PFA trip: {6} \n    Warranty Exceed:{7}\n\n"}
+# Bytes of a count, the unit that it begins with, and the last one that is printed whole.
+UNITS = {"bytes": (1, 0, 1), "sectors": (512, 1, -1), "half_megabytes": (2**19, 2, -1), "megabytes": (2**20, 2, 2),
+         "32_megabytes": (2**25, 2, -1), "gigabytes": (2**30, 3, -1)}
 SUMMARIES = {"find": " find {N} (SAS:{SAS} SATA:{SATA} M2:{M2} NVME:{NVMe})\n\n", "flash": "{failed} Error(s)\n",
              "check": " check {N} (due:{due} latest:{latest} refused:{refused} failed:{failed} NS:{not_in_profile})\n\n",
              "smart": "    {N} Device(s) Found(SATA:{SATA}  SAS:{SAS}  NVME:{NVMe})\n"}
@@ -221,8 +225,22 @@ def firmware_lapses(machine, name, events, lied, faults, words):
     return sorted(set(wrong)), whole
 
 
+def written_text(smart):
+    """The bytes written as they are printed: whole numbers up to a unit, with one decimal above it."""
+    if smart["written_bytes"] is None:
+        return "N/A"
+    size, unit, whole = UNITS[smart["written_unit"]]
+    raw = smart["written_raw"]
+    count = (raw - raw % 2 if smart["written_unit"] == "sectors" else raw) * size
+    while unit < 3 and count >= 1024 ** (unit + 1):
+        unit += 1
+    amount = decimal.Decimal(count) / 1024**unit
+    return (f"{int(amount)}" if unit <= whole else f"{amount:.1f}") + ("B", "KB", "MB", "GB")[unit]
+
+
 def line_of(drive, words):
     """What is printed of a drive of the report."""
+    drive = drive | {"size_gb": drive["size_gb"] or 0}
     if words[0] == "find":
         return LINES["find"].format("NS" if drive["type"] is None else f"T:{drive['type']}", **drive)
     if words[0] == "flash":
@@ -232,17 +250,17 @@ def line_of(drive, words):
             "not_in_profile": "NS", "latest": "Flash: Latest", "refused": text, "due": f"Flash: Due({result['level_prescribed']})",
             "updated": "Flash: Success", "failed": f"Flash: Fail({text})"}[result["outcome"]], **drive)
     smart, shown = drive["smart"], {"written": "Written ", "life": "Life ", "temperature": "Temperature"}
-    life, heat, limits = smart["life_remaining"], smart["temperature"], smart["limits"]
+    life, heat = smart["life_remaining_percent"], smart["temperature_celsius"]
     return LINES["smart"].format(
-        f"    Supplier-SN:{drive['device_serial']}\n" * (drive["protocol"] == "NVMe"), smart["bytes_written"] or "N/A", limits["warranty_gb"],
-        "N/A" if life is None else f"{life}%", "N/A" if heat is None else f"{heat}(c)", limits["spec_max_temp"],
+        f"    Supplier-SN:{drive['device_serial']}\n" * (drive["protocol"] == "NVMe"), written_text(smart), smart["warranty_bytes"] >> 30,
+        "N/A" if life is None else f"{life}%", "N/A" if heat is None else f"{heat & 0xFFFF}(c)", smart["temperature_max_celsius"],
         "Yes" if smart["predictive_failure"] else "No", "".join(shown[word] for word in smart["exceeded"]) or "No", **drive)
 
 
 def report_lapses(run, words):
     """What is wrong with a report, with the status and with the lines beside it."""
     report, drives, operation = run.report, run.report["drives"], "check" if "--check" in words else words[0]
-    counts = collections.Counter(drive["flash"]["outcome"] for drive in drives if "flash" in drive)
+    counts = collections.Counter(drive["flash"]["outcome"] for drive in drives if drive["flash"])
     counts.update({"M2": "SATA"}.get(d["protocol"], d["protocol"]) if operation == "smart" else d["protocol"] for d in drives)
     nothing = run.status < 128 and not drives and all(left["reason"] == "not_selected" for left in report["left_out"])
     status = 2 if nothing else 3 if counts["failed"] else int(counts["due"] > 0)
@@ -296,7 +314,10 @@ def lapses(machine, words, run, faults, base):
         if machine.normal(name, level) < machine.normal(name, drive["level"]) and "--force" not in words and not lied:
             found.append(f"level {drive['level']} became {level}")
         for row in rows[name]:
-            if row.get("flash", {}).get("outcome") == "updated":
+            if row["flash"] and row["flash"]["outcome"] == "updated":
+                waits = [row["flash"][key] for key in ("level_after", "level_committed", "activation")]
+                waiting = [row["flash"]["level_before"], row["flash"]["level_prescribed"], "pending_reset"]
+                found += [f"{waits} after a commit"] * (row["protocol"] == "NVMe" and waits != waiting)
                 committed = machine.library.get(name) or any(event.command == "commit" for event in events[name])
                 good = whole and committed if drive["protocol"] == "nvme" else level == row["flash"]["level_prescribed"]
                 found += ["a success that is none"] * (not good)

@@ -26,6 +26,8 @@ RUNS = {
     "find_loud": ("mixed", "find", ["loud"], ""),
     "check": ("storelib", "flash --check", [], ""),
     "check_failed": ("pair", "flash --check", [], "rm files/kestrel.bin"),
+    "check_pending": ("flash", "check", [], ""),
+    "check_idle": ("used", "check --idle", [], ""),
     "flash": ("flash", "flash", [], ""),
     "flash_signal": ("pair", "flash", ["signal"], ""),
     "flash_selected": ("pair", "flash -a 1 -s 1", [], ""),
@@ -41,8 +43,11 @@ def lines(report):
     """What differs from drive to drive, a line each; the whole report shows the rest."""
     yield json.dumps([report["exit_status"], *([c["type"], c["drives"]] for c in report["controllers"])]) + "\n"
     for drive in report["drives"]:
-        fields = ("node", "device_id", "state", "size_gb", "part_number", "serial_number", "code_level", "matched_by", "type")
-        yield json.dumps([*(drive.get(field) for field in fields), drive.get("flash", drive.get("smart"))]) + "\n"
+        fields = ("node", "device_id", "state", "size_gb", "part_number", "serial_number", "code_level", "matched_by", "type", "in_use")
+        result = drive["flash"] or drive["smart"] or {}
+        told = {key: value for key, value in (result | (result.get("health") or {})).items() if value is not None}
+        told.pop("health", None)
+        yield json.dumps([drive[field] for field in fields] + [told]) + "\n"
     for drive in report["left_out"]:
         yield json.dumps(list(drive.values())) + "\n"
 

@@ -1,9 +1,13 @@
 """The progress on a real terminal: seen in the middle of a download of each kind, gone in the end."""
+import fcntl
 import json
 import os
 import pathlib
+import pty
 import re
+import struct
 import subprocess
+import termios
 import time
 
 import pytest
@@ -41,7 +45,7 @@ def read_process(path):
 
 
 @pytest.mark.parametrize("kind", DOWNLOADS)
-@pytest.mark.parametrize("columns", [80, 40])
+@pytest.mark.parametrize("columns", [80, 11, 5])
 def test_progress_is_seen_and_leaves_nothing(kind, columns, tmp_path):
     machine, fault, shown = DOWNLOADS[kind]
     (tmp_path / "files").mkdir()
@@ -74,13 +78,31 @@ def test_progress_is_seen_and_leaves_nothing(kind, columns, tmp_path):
             screen = tmux(server, "capture-pane", "-p").rstrip("\n").split("\n")
             if step == 2:
                 print("\n".join(screen))
-                assert len(screen) == 16 and re.match(shown, screen[-1]), screen
-                assert len(screen[-1]) < columns
+                assert len(screen) == 16 and len(screen[-1]) < columns, screen
+                assert re.match(shown, screen[-1]) or screen[-1] == shown[: columns - 1].rstrip(), screen
             os.kill(int(program()[0]), 18)
             time.sleep(0.05)
         wait_for(lambda: not program())
         lines = tmux(server, "capture-pane", "-p", "-J", "-S", "-").split("\n")
         start = next(i for i, line in enumerate(lines) if line.startswith("Mirvok")) - 1
-        assert [line.split() for line in lines[start:]][: plain.count("\n")] == [line.split() for line in plain.split("\n")[:-1]]
+        seen = ["".join(line.split()) for line in lines[start:]]
+        assert seen[: plain.count("\n")] == ["".join(line.split()) for line in plain.split("\n")[:-1]]
     finally:
         subprocess.run(["tmux", "-L", server, "kill-server"], check=False)
+
+
+@pytest.mark.parametrize(("columns", "shown"), [(0, b"\rdrive 1 of 4: identifying\x1b[K"), (4, b""), (5, b"\rdriv\x1b[K")])
+def test_terminals_of_no_and_of_little_width(columns, shown, tmp_path):
+    master, terminal = pty.openpty()
+    fcntl.ioctl(terminal, termios.TIOCSWINSZ, struct.pack("HHHH", 24, columns, 0, 0))
+    subprocess.run([BUILD / "mirvok-profile", "build", "flash", HERE / "data/flashdrv.json", tmp_path / "flashdrv.bin"], check=True)
+    subprocess.run([BUILD / "mirvok-lab", "--dir", tmp_path, HERE / "machines/pair.json", "--", "find"], env=os.environ | {"TERM": "vt100"},
+                   stdout=subprocess.DEVNULL, stderr=terminal, check=True)
+    os.close(terminal)
+    os.set_blocking(master, False)
+    try:
+        seen = os.read(master, 4096)
+    except OSError:
+        seen = b""
+    os.close(master)
+    assert seen.startswith(shown) and bool(seen) == bool(shown)

@@ -193,7 +193,11 @@ TEST(SmartDecoders, TakeRegistersFromSense) {
 
 TEST(SmartDecoders, JudgeReturnedStatus) {
     for (const uint32_t vendor : {VENDOR_HOST, VENDOR_AVAGO, VENDOR_MV, VENDOR_CSMI}) {
-        for (const auto& [mid, high, trip] : {std::tuple{"F4", "2C", 1}, {"F4", "C2", 0}, {"4F", "2C", 0}}) {
+        for (const auto& [mid, high, trip, known] : {std::tuple{"F4", "2C", 1, 1},
+                                                     {"F4", "C2", 0, 0},
+                                                     {"4F", "2C", 0, 0},
+                                                     {"4F", "C2", 0, 1},
+                                                     {"00", "00", 0, 0}}) {
             _ctrl_info ctrl = {};
             ctrl.vendor = vendor;
             _pd_info pd = {};
@@ -203,6 +207,7 @@ TEST(SmartDecoders, JudgeReturnedStatus) {
             const bytes status = hex_at(host ? 3 : 17, mid, hex_at(host ? 4 : 19, high));
             parse_veltra_smart_returnStatus_sata(status.data(), &drive);
             EXPECT_EQ(drive.info.pfa_trip, trip) << vendor << ": " << mid << " " << high;
+            EXPECT_EQ(drive.info.health.prediction_valid, known) << vendor << ": " << mid << " " << high;
         }
     }
 }

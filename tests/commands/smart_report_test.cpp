@@ -61,6 +61,25 @@ TEST(SmartReport, ExpressBytesWritten) {
     }
 }
 
+// The last counter that 64 bits hold in bytes, what it amounts to, and one more; a half kilobyte is dropped.
+TEST(SmartReport, CountBytesWritten) {
+    const struct {
+        uint16_t drive_type;
+        uint64_t last;
+        uint64_t bytes;
+    } rows[] = {
+        {21, (1ULL << 44) - 1, ((1ULL << 44) - 1) << 20}, {18, UINT64_MAX - 1, UINT64_MAX - 1},
+        {24, (1ULL << 55) - 1, ((1ULL << 55) - 2) << 9},  {19, (1ULL << 39) - 1, ((1ULL << 39) - 1) << 25},
+        {22, (1ULL << 45) - 1, ((1ULL << 45) - 1) << 19}, {27, (1ULL << 34) - 1, ((1ULL << 34) - 1) << 30},
+    };
+    for (const auto& row : rows) {
+        const written_unit unit = written_unit_of(row.drive_type);
+        EXPECT_EQ(bytes_written(row.last, unit), row.bytes) << unit.name;
+        EXPECT_EQ(bytes_written(row.last + 1, unit), UINT64_MAX) << unit.name;
+    }
+    EXPECT_EQ(written_unit_of(23).name, nullptr);
+}
+
 // Blocks with nothing found, everything at its limit, and everything beyond it.
 TEST(SmartReport, PrintBlocks) {
     const std::tuple<uint32_t, unsigned short, _smart_info> drives[] = {

@@ -101,8 +101,9 @@ U+00FF of a text stand for the bytes 01h to FFh, so "\u00e9" is the byte E9h.
         text += "\n" + describe_record(kind);
     }
     return text + R"(
-Exit status: 0 done, 1 a fault in a file (nothing is written then) or a finding of check,
-2 wrong usage, or a file that check cannot read.)";
+Exit status: 0 done; 1 build or dump: a file is at fault, or cannot be read or written; check: there
+are findings; 2 wrong usage, or check: the file cannot be read or is malformed, or the findings
+cannot be written.)";
 }
 
 int run(int argc, char** argv) {
@@ -127,7 +128,8 @@ int run(int argc, char** argv) {
     CLI::App* check = add_command("check", "print what will not work in FILE.bin, a line each", "FILE.bin");
     check
         ->add_option("--files", given.images,
-                     "directory of the firmware images; files beside FILE.bin by default")
+                     "directory of the firmware images; by default files, beside FILE.bin or, where "
+                     "that is standard input, in the working directory")
         ->type_name("DIR")
         ->check(CLI::ExistingDirectory);
     check->add_flag("--json", given.json, "print the findings as a JSON array");
