@@ -4,8 +4,9 @@
     fleet.py REPORTS PAGE < HOSTS
 
 REPORTS is the folder with the reports, PAGE the HTML file to write. HOSTS is a JSON array of objects, one a host: its `name`
-and `state`; the names in REPORTS of `report`, whose outcomes count, of `now`, a later check, and of `smart`, each null where
-there is none. Nothing of a report is believed to be well-formed, and nothing that a drive says of itself is believed.
+and `state`, and whether the reports in REPORTS are of this run: NAME.check.json (`check`), NAME.flash.json (`flash`) and
+NAME.smart.json (`smart`). `activated` says that the check came last, after what the update waited for. Nothing of a report is
+believed to be well-formed, and nothing that a drive says of itself is believed.
 """
 import base64
 import collections
@@ -19,14 +20,16 @@ import re
 import string
 import sys
 
+# What a host's drives are counted by: their outcomes, and how many wait for a reset, which are not due as well.
 COUNTS = ["due", "waiting", "latest", "refused", "failed", "updated", "not_in_profile"]
-WORDS = {"not_in_profile": "not in profile", "waiting": "waits for its reset"}
-# Worst first: how a drive's firmware and the drive itself are shown.
-LOOKS = {"failed": "bad", "due": "warn", "waiting": "warn", "refused": "warn", "updated": "good", "latest": "good"}
+WORDS = {"not_in_profile": "not in profile", "waiting": "waiting for a reset"}
+# How a drive's firmware is shown, worst first.
+LOOKS = {"failed": "bad", "due": "warn", "waiting": "warn", "refused": "warn", "updated": "good", "latest": "good",
+         "not_in_profile": ""}
 LIMITS = {"written": "written beyond warranty", "life": "life below limit", "temperature": "too warm"}
+HOST_COLUMNS = ["Host", "State", "Drives", "Due", "Waiting", "Latest", "Refused", "Failed", "Updated", "Not in profile", "Report"]
 DRIVE_COLUMNS = ["Host", "Place", "Drive", "Serial number", "Level", "Prescribed", "Firmware", "Life remaining", "Temperature",
                  "Written of warranty", "Warnings", "Used by"]
-HOST_COLUMNS = ["Host", "State", "Drives", "Due", "Waiting", "Latest", "Refused", "Failed", "Updated", "Not in profile", "Report"]
 
 
 def printable(text):
@@ -46,7 +49,7 @@ def text(record, *path):
 
 def number(record, *path):
     value = get(record, *path)
-    return value if isinstance(value, int) and not isinstance(value, bool) else None
+    return value if isinstance(value, int) and not isinstance(value, bool) and abs(value) < 2**64 else None
 
 
 def items(record, *path):
@@ -59,56 +62,63 @@ def load(path):
     try:
         report = json.loads(path.read_text(encoding="utf-8"))
     except OSError as error:
-        return None, f"report: {error.strerror}"
+        return None, f"{path.name}: {error.strerror}"
     except (ValueError, RecursionError):
-        return None, "report is not readable"
+        return None, f"{path.name} is not readable"
     if get(report, "tool", "name") != "mirvok":
-        return None, "not a report of mirvok"
+        return None, f"{path.name} is no report of mirvok"
     if get(report, "schema") != 2:
-        return None, f"report of schema {printable(str(get(report, 'schema')))[:20]}"
+        return None, f"{path.name} has schema {printable(str(get(report, 'schema')))[:20]}, not 2"
     if not isinstance(get(report, "drives"), list) or not all(isinstance(drive, dict) for drive in report["drives"]):
-        return None, "report is not readable"
+        return None, f"{path.name} has no list of drives"
     return report, None
 
 
 def identity(drive):
-    serials = text(drive, "serial_number"), text(drive, "device_serial")
-    return serials if any(serials) else (number(drive, "controller"), number(drive, "device_id"))
+    names = tuple(text(drive, key) for key in ("serial_number", "device_serial", "product_id"))
+    return names if any(names[:2]) else (number(drive, "controller"), number(drive, "device_id"))
 
 
-def beside(drives, report):
-    """Each drive with the one that is the same in another report, or None."""
-    known = collections.defaultdict(list)
-    for drive in items(report, "drives"):
-        known[identity(drive)].append(drive)
-    return [(drive, known[identity(drive)].pop(0) if known[identity(drive)] else None) for drive in drives]
-
-
-def waits(drive, later):
-    if later is not None:
-        return get(later, "flash", "pending_reset") is True
-    return get(drive, "flash", "activation") == "pending_reset" or get(drive, "flash", "pending_reset") is True
+def pair(drives, others):
+    """Each of `drives` with the one of `others` that is the same drive, or None; then those of `others` that are left."""
+    known = collections.defaultdict(collections.deque)
+    for other in others:
+        known[identity(other)].append(other)
+    for drive in drives:
+        same = known[identity(drive)]
+        yield drive, same.popleft() if same else None
+    for left in known.values():
+        for other in left:
+            yield None, other
 
 
 def read_host(folder, entry):
-    """A host with its drives, as both outputs need it."""
+    """A host as both outputs need it: its drives, with what their reports say together."""
     reports, notes = {}, []
-    for kind in ("report", "now", "smart"):
+    for kind in ("check", "flash", "smart"):
         if entry.get(kind):
-            reports[kind], fault = load(folder / entry[kind])
+            reports[kind], fault = load(folder / f"{entry['name']}.{kind}.json")
             notes += [fault] if fault else []
-    drives = []
-    listed = items(reports.get("report"), "drives") or items(reports.get("smart"), "drives")
-    for (drive, later), (_, smart) in zip(beside(listed, reports.get("now")), beside(listed, reports.get("smart"))):
-        waiting = waits(drive, later)
-        outcome = text(drive, "flash", "outcome")
-        drives.append({"drive": drive, "smart": get(smart, "smart"), "outcome": outcome, "waiting": waiting,
-                       "level": text(later or drive, "flash", "level_after") or text(drive, "code_level"),
-                       "in_use": get(later or drive, "in_use")})
+    drives, last = [], "check" if entry.get("activated") or not reports.get("flash") else "flash"
+    for flashed, checked in pair(items(reports.get("flash"), "drives"), items(reports.get("check"), "drives")):
+        now = (checked if last == "check" else flashed) or flashed or checked
+        done = flashed or checked
+        drives.append({"drive": now, "outcome": text(done, "flash", "outcome"),
+                       "reason": text(done, "flash", "text") or number(done, "flash", "code"),
+                       "waiting": get(now, "flash", "activation") == "pending_reset"
+                       or get(now, "flash", "pending_reset") is True})
+    listed = [drive["drive"] for drive in drives]
+    measured = {id(drive): smart for drive, smart in pair(listed, items(reports.get("smart"), "drives"))}
+    for drive in drives:
+        drive["smart"] = get(measured[id(drive["drive"])], "smart")
     counts = collections.Counter(drive["outcome"] for drive in drives if not (drive["waiting"] and drive["outcome"] == "due"))
     counts["waiting"] = sum(drive["waiting"] for drive in drives)
     return {"name": entry["name"], "state": entry["state"], "drives": drives, "counts": counts, "notes": notes,
-            "end": text(reports.get("now") or reports.get("report") or reports.get("smart"), "end")}
+            "end": text(reports.get(last) or reports.get("smart"), "end")}
+
+
+def place(drive):
+    return f"A:{number(drive, 'controller')} S:{number(drive, 'device_id')}"
 
 
 def summary(hosts):
@@ -117,41 +127,41 @@ def summary(hosts):
     table = [["host", "state", "drives"] + COUNTS] + rows
     widths = [max(len(str(row[column])) for row in table) for column in range(len(table[0]))]
     for row in table:
-        texts = [f"{value:<{width}}" if column < 2 else f"{value:>{width}}" for column, (value, width) in enumerate(zip(row, widths))]
-        yield printable("  ".join(texts))
+        cells = [str(value).ljust(width) for value, width in zip(row[:2], widths)]
+        cells += [str(value).rjust(width) for value, width in zip(row[2:], widths[2:])]
+        yield printable("  ".join(cells))
     for host in hosts:
-        for note in host["notes"]:
-            yield printable(f"{host['name']}: {note}")
+        yield from (printable(f"{host['name']}: {note}") for note in host["notes"])
         for entry in host["drives"]:
             if entry["outcome"] in ("failed", "refused"):
-                drive, flash = entry["drive"], entry["drive"]["flash"]
-                yield (f"{printable(host['name'])}: A:{number(drive, 'controller')} S:{number(drive, 'device_id')} SNo:{text(drive, 'serial_number')} "
-                       f"at {entry['level']}, to be {text(flash, 'level_prescribed')}: {entry['outcome']}, "
-                       f"{text(flash, 'text') or number(flash, 'code')}")
+                drive = entry["drive"]
+                level, prescribed = text(drive, "flash", "level_after"), text(drive, "flash", "level_prescribed")
+                yield printable(f"{host['name']}: {place(drive)} SNo:{text(drive, 'serial_number')} at {level}, "
+                                f"to be {prescribed}: {entry['outcome']}, {entry['reason']}")
     yield f"drives updated: {rows[-1][3 + COUNTS.index('updated')] or 'none'}"
 
 
 def cell(content, sort=None, look=""):
-    """`content` is HTML."""
-    return f"<td{f' class={look}' if look else ''}{f' data-v={sort}' if sort is not None else ''}>{content}</td>"
+    """`content` is not HTML yet."""
+    value = f" data-v={sort}" if sort is not None else ""
+    return f"<td{f' class={look}' if look else ''}{value}>{html.escape(str(content))}"
 
 
-def bar(value, full, label, bad, mark=None):
-    """A bar of value in full, with a mark at a limit; `label` says the same in words."""
-    if value is None:
-        return cell("")
-    share = min(max(value / full, 0), 1) if full else 1
+def bar(value, full, label, bad, mark=0):
+    """A bar of value in full, with a mark at a limit; `label` says the same in words. Empty where it is unknown."""
+    if value is None or full is None:
+        return "<td>"
+    share = value / full if full else 1
     limit = f"<i style=left:{min(mark, 100)}%></i>" if mark else ""
-    return cell(f"<b class=bar><u style=width:{share * 100:.0f}%></u>{limit}</b>{label}", value / full if full else 1, "bad" if bad else "good")
+    return (f"<td class={'bad' if bad else 'good'} data-v={share:.4f}>"
+            f"<b class=bar><u style=width:{min(max(share, 0), 1):.0%}></u>{limit}</b>{html.escape(label)}")
 
 
 def amount(count):
-    for unit in ("B", "KiB", "MiB", "GiB"):
-        if count < 1024:
-            break
-        count /= 1024
-    else:
-        unit = "TiB"
+    units = iter(("B", "KiB", "MiB", "GiB", "TiB"))
+    unit = next(units)
+    while count >= 1024 and unit != "TiB":
+        count, unit = count / 1024, next(units)
     return f"{count:.0f} {unit}" if count >= 100 or unit == "B" else f"{count:.1f} {unit}"
 
 
@@ -159,71 +169,72 @@ def drive_warnings(smart):
     found = ["predicts its failure"] if get(smart, "predictive_failure") is True else []
     found += [LIMITS.get(name, name) for name in items(smart, "exceeded") if isinstance(name, str)]
     found += [f"warns: {name.replace('_', ' ')}" for name in items(smart, "health", "critical_warning") if isinstance(name, str)]
-    return [printable(name) for name in found]
+    return printable(", ".join(found))
 
 
 def drive_row(host, entry):
+    """A row of the drives, after what it is to be sorted by: those in trouble come first."""
     drive, smart, outcome = entry["drive"], entry["smart"], entry["outcome"]
-    exceeded = items(smart, "exceeded")
     shown = "waiting" if entry["waiting"] else outcome
-    reason = text(drive, "flash", "text")
-    alarms = drive_warnings(smart)
-    life, threshold = number(smart, "life_remaining_percent"), number(smart, "life_threshold_percent")
+    words = [word for word in dict.fromkeys((outcome, shown)) if (word, shown) != ("due", "waiting")]
+    words = ", ".join(WORDS.get(word, word) for word in words)
+    warnings, exceeded = drive_warnings(smart), items(smart, "exceeded")
+    life = number(smart, "life_remaining_percent")
     celsius, limit = number(smart, "temperature_celsius"), number(smart, "temperature_max_celsius")
     written, warranty = number(smart, "written_bytes"), number(smart, "warranty_bytes")
-    users = [f"{text(user, 'kind')} {text(user, 'name')}" for user in items(entry, "in_use")]
-    row = [cell(html.escape(host["name"])),
-           cell(html.escape(f"A:{number(drive, 'controller')} S:{number(drive, 'device_id')} {text(drive, 'node')}".strip())),
-           cell(html.escape(f"{text(drive, 'protocol')} {text(drive, 'product_id')}")),
-           cell(html.escape(text(drive, "serial_number") or text(drive, "device_serial"))),
-           cell(html.escape(entry["level"])), cell(html.escape(text(drive, "flash", "level_prescribed"))),
-           cell(html.escape(WORDS.get(shown, shown) + (f": {reason}" if reason else "")), look=LOOKS.get(shown, "")),
-           bar(life, 100, f"{life} %", "life" in exceeded, threshold),
+    users = ", ".join(f"{text(user, 'kind')} {text(user, 'name')}" for user in items(drive, "in_use"))
+    row = [cell(host["name"]), cell(f"{place(drive)} {text(drive, 'node')}"),
+           cell(f"{text(drive, 'protocol')} {text(drive, 'product_id')}"),
+           cell(text(drive, "serial_number") or text(drive, "device_serial")),
+           cell(text(drive, "flash", "level_after")), cell(text(drive, "flash", "level_prescribed")),
+           cell(f"{words}: {entry['reason']}" if outcome in ("failed", "refused") else words, look=LOOKS.get(shown, "")),
+           bar(life, 100, f"{life} %", "life" in exceeded, number(smart, "life_threshold_percent") or 0),
            bar(celsius, limit, f"{celsius} of {limit} °C", "temperature" in exceeded),
-           bar(written if warranty is not None else None, warranty, f"{amount(written or 0)} of {amount(warranty or 0)}", "written" in exceeded),
-           cell(html.escape(", ".join(alarms)), look="bad" if alarms else ""),
-           cell(html.escape(", ".join(users)) if entry["in_use"] is not None else "")]
-    trouble = (shown != "failed" and not alarms, list(LOOKS).index(shown) if shown in LOOKS else len(LOOKS))
-    return trouble, f"<tr>{''.join(row)}"
+           bar(written, warranty, f"{amount(written or 0)} of {amount(warranty or 0)}", "written" in exceeded),
+           cell(warnings, look="bad" if warnings else ""), cell(users)]
+    rank = list(LOOKS).index(shown) if shown in LOOKS else len(LOOKS)
+    return (shown != "failed" and not warnings, rank), "<tr>" + "".join(row)
 
 
-def age(end, now):
-    """When a report was written, and whether its clock or its age makes it doubtful."""
+def report_time(end, now):
+    """When the report was made by the host's clock, and what makes that doubtful."""
     try:
         hours = (now - datetime.datetime.strptime(end, "%Y-%m-%dT%H:%M:%SZ")).total_seconds() / 3600
     except ValueError:
-        return cell("none" if not end else html.escape(end), look="warn")
-    doubt = f" ({hours / 24:.0f} days old)" if hours > 48 else " (ahead of our clock)" if hours < -1 else ""
-    return cell(html.escape(end + doubt), look="warn" if doubt else "")
+        return cell(end or "none", look="warn")
+    doubt = f" ({hours / 24:.0f} days old)" if hours > 48 else " (not yet, by our clock)" if hours < -1 else ""
+    return cell(end + doubt, look="warn" if doubt else "")
 
 
 def host_look(state):
-    return "bad" if re.search("fail|lost|unreachable|not checked|status", state) else "warn" if re.search("due$|reboot", state) and "nothing" not in state else "good"
+    if re.search("failed|lost|unreachable|not checked|status", state):
+        return "bad"
+    return "warn" if re.search("^due|reboot", state) else "good"
 
 
 def host_row(host, now):
-    look = host_look(host["state"])
-    counts = "".join(cell(host["counts"][count] or "", host["counts"][count]) for count in COUNTS)
-    notes = "".join(f"<br>{html.escape(note)}" for note in host["notes"])
-    return f"<tr>{cell(html.escape(host['name']))}{cell(html.escape(host['state']) + notes, look=look)}{cell(len(host['drives']))}{counts}{age(host['end'], now)}"
+    counts = "".join(cell(host["counts"][count] or "", sort=host["counts"][count]) for count in COUNTS)
+    state = cell(". ".join([host["state"]] + host["notes"]), look=host_look(host["state"]))
+    return f"<tr>{cell(host['name'])}{state}{cell(len(host['drives']))}{counts}{report_time(host['end'], now)}"
 
 
 def page(hosts, now):
     template = (pathlib.Path(__file__).parent / "fleet.html").read_text(encoding="utf-8")
-    states = collections.Counter(host["state"] for host in hosts)
     counts = sum((host["counts"] for host in hosts), collections.Counter())
     rows = sorted((drive_row(host, entry) for host in hosts for entry in host["drives"]), key=lambda row: row[0])
-    alarms = sum(1 for host in hosts for entry in host["drives"] if drive_warnings(entry["smart"]))
-    tiles = [("", len(hosts), "hosts")] + [(host_look(state), count, state) for state, count in states.most_common()]
-    drive_tiles = [("", len(rows), "drives"), ("bad" if alarms else "", alarms, "with warnings")]
-    drive_tiles += [(LOOKS.get(count, ""), counts[count], WORDS.get(count, count)) for count in COUNTS if counts[count]]
-    values = {"time": now.strftime("%Y-%m-%d %H:%M UTC"), "drives": "".join(row for _, row in rows),
-              "hosts": "".join(host_row(host, now) for host in hosts)}
-    for name, entries in (("host_tiles", tiles), ("drive_tiles", drive_tiles)):
-        values[name] = "".join(f"<li class='{look}'><strong>{count}</strong> {html.escape(word)}" for look, count, word in entries)
+    warned = sum(bool(drive_warnings(entry["smart"])) for host in hosts for entry in host["drives"])
+    states = collections.Counter(host["state"] for host in hosts).most_common()
+    tiles = {"host": [("", len(hosts), "hosts")] + [(host_look(state), count, state) for state, count in states],
+             "drive": [("", len(rows), "drives"), ("bad" if warned else "good", warned, "with warnings")]
+             + [(look, counts[word], WORDS.get(word, word)) for word, look in LOOKS.items() if counts[word]]}
+    values = {"time": now.strftime("%Y-%m-%d %H:%M UTC"), "drives": "\n".join(row for _, row in rows),
+              "hosts": "\n".join(host_row(host, now) for host in hosts)}
     for name, columns in (("host", HOST_COLUMNS), ("drive", DRIVE_COLUMNS)):
+        values[f"{name}_tiles"] = "".join(f"<li class='{look}'><strong>{count}</strong> {html.escape(word)}"
+                                          for look, count, word in tiles[name])
         values[f"{name}_head"] = "".join(f"<th scope=col>{column}" for column in columns)
-        values[f"{name}_labels"] = "".join(f'#{name}s td:nth-child({place}):before{{content:"{column}"}}' for place, column in enumerate(columns, 1))
+        values[f"{name}_labels"] = " ".join(f'#{name}s td:nth-child({n}):before {{ content: "{column}"; }}'
+                                            for n, column in enumerate(columns, 1))
     script = re.search("<script>(.*)</script>", template, re.S)[1]
     values["script_hash"] = base64.b64encode(hashlib.sha256(script.encode()).digest()).decode()
     return string.Template(template).substitute(values)
@@ -232,9 +243,8 @@ def page(hosts, now):
 def main():
     folder, target = map(pathlib.Path, sys.argv[1:])
     hosts = [read_host(folder, entry) for entry in json.load(sys.stdin)]
-    now = datetime.datetime.now(datetime.timezone.utc).replace(tzinfo=None)
     part = target.with_name(f".{target.name}.part")
-    part.write_text(page(hosts, now), encoding="utf-8")
+    part.write_text(page(hosts, datetime.datetime.now(datetime.timezone.utc).replace(tzinfo=None)), encoding="utf-8")
     os.replace(part, target)
     print(*summary(hosts), sep="\n")
 
