@@ -117,6 +117,16 @@ def read_host(folder, entry):
             "end": text(reports.get(last) or reports.get("smart"), "end")}
 
 
+def users(drive):
+    if get(drive, "in_use") is None:
+        return "use unknown"
+    return "in use: " + names if (names := used_by(drive)) else "not in use"
+
+
+def used_by(drive):
+    return ", ".join(f"{text(user, 'kind')} {text(user, 'name')}" for user in items(drive, "in_use"))
+
+
 def place(drive):
     return f"A:{number(drive, 'controller')} S:{number(drive, 'device_id')}"
 
@@ -133,11 +143,14 @@ def summary(hosts):
     for host in hosts:
         yield from (printable(f"{host['name']}: {note}") for note in host["notes"])
         for entry in host["drives"]:
+            drive, what = entry["drive"], []
             if entry["outcome"] in ("failed", "refused"):
-                drive = entry["drive"]
-                level, prescribed = text(drive, "flash", "level_after"), text(drive, "flash", "level_prescribed")
-                yield printable(f"{host['name']}: {place(drive)} SNo:{text(drive, 'serial_number')} at {level}, "
-                                f"to be {prescribed}: {entry['outcome']}, {entry['reason']}")
+                what = [f"{entry['outcome']}, {entry['reason']}"]
+            if entry["waiting"]:
+                what += [f"{WORDS['waiting']}, {users(drive)}"]
+            level, prescribed = text(drive, "flash", "level_after"), text(drive, "flash", "level_prescribed")
+            yield from (printable(f"{host['name']}: {place(drive)} SNo:{text(drive, 'serial_number')} at {level}, "
+                                  f"to be {prescribed}: {words}") for words in what)
     yield f"drives updated: {rows[-1][3 + COUNTS.index('updated')] or 'none'}"
 
 
@@ -182,7 +195,6 @@ def drive_row(host, entry):
     life = number(smart, "life_remaining_percent")
     celsius, limit = number(smart, "temperature_celsius"), number(smart, "temperature_max_celsius")
     written, warranty = number(smart, "written_bytes"), number(smart, "warranty_bytes")
-    users = ", ".join(f"{text(user, 'kind')} {text(user, 'name')}" for user in items(drive, "in_use"))
     row = [cell(host["name"]), cell(f"{place(drive)} {text(drive, 'node')}"),
            cell(f"{text(drive, 'protocol')} {text(drive, 'product_id')}"),
            cell(text(drive, "serial_number") or text(drive, "device_serial")),
@@ -191,7 +203,7 @@ def drive_row(host, entry):
            bar(life, 100, f"{life} %", "life" in exceeded, number(smart, "life_threshold_percent") or 0),
            bar(celsius, limit, f"{celsius} of {limit} °C", "temperature" in exceeded),
            bar(written, warranty, f"{amount(written or 0)} of {amount(warranty or 0)}", "written" in exceeded),
-           cell(warnings, look="bad" if warnings else ""), cell(users)]
+           cell(warnings, look="bad" if warnings else ""), cell(used_by(drive))]
     rank = list(LOOKS).index(shown) if shown in LOOKS else len(LOOKS)
     return (shown != "failed" and not warnings, rank), "<tr>" + "".join(row)
 
@@ -243,6 +255,7 @@ def page(hosts, now):
 def main():
     folder, target = map(pathlib.Path, sys.argv[1:])
     hosts = [read_host(folder, entry) for entry in json.load(sys.stdin)]
+    target.parent.mkdir(parents=True, exist_ok=True)
     part = target.with_name(f".{target.name}.part")
     part.write_text(page(hosts, datetime.datetime.now(datetime.timezone.utc).replace(tzinfo=None)), encoding="utf-8")
     os.replace(part, target)
