@@ -2,12 +2,16 @@
 #
 #   jq -rs -f mirvok.jq check.json smart.json >mirvok.prom
 #
-# Anything that is no such report ends it with an error and without output. What is null in a report has no sample. No series
-# is there twice, whatever drives say of themselves, since the collector drops a file with one that is.
+# Anything that is no such report ends it with an error and without output, and so do reports of runs that ended early alone.
+# What is null in a report has no sample. No series is there twice, whatever drives say of themselves, since the collector drops
+# a file with one that is.
 
 def checked:
     if type == "object" and (.tool.name? // "") == "mirvok" and .schema == 2 and (.operation | IN("find", "flash", "smart"))
     then . else error("not a report of mirvok, schema 2") end;
+
+# A run that ended early, as without a profile or by a signal, has drives missing: they are not to look as if all were well.
+def whole: if .operation == "flash" then (.exit_status | numbers) < 4 else .exit_status == 0 end;
 
 def operation: if .operation == "flash" and .check then "check" else .operation end;
 
@@ -39,7 +43,7 @@ def firmware_state:
     | if .pending_reset == true or .activation == "pending_reset" then "pending_reset"
       elif .outcome == "updated" then "latest" else .outcome end;
 
-if length == 0 then error("no report") else map(checked) end
+map(checked | select(whole)) | if length == 0 then error("no report of a whole run") else . end
 | [
     metric("mirvok_report_timestamp_seconds"; "gauge"; "When the report was written, by the clock of the computer.";
         of_report(.end | try fromdateiso8601 catch null)),

@@ -50,8 +50,8 @@ def test_metrics_of_reports(tmp_path):
 
 def test_no_metrics_of_anything_else(tmp_path):
     whole = json.dumps(CHECK)
-    changed = [json.dumps(CHECK | change) for change in ({"schema": 1}, {"drives": 1}, {"tool": {"name": "other"}}, {"tool": []})]
-    for texts in ([""], ["{"], ["[]"], ["7", whole], [whole, whole[:-9]], *([whole, text] for text in changed)):
+    changed = [json.dumps(CHECK | change) for change in ({"schema": 1}, {"exit_status": None}, {"drives": 1}, {"tool": {"name": "other"}}, {"tool": []})]
+    for texts in ([""], ["{"], ["[]"], ["7", whole], [whole, whole[:-9]], [json.dumps(CHECK | {"exit_status": 5})], *([whole, text] for text in changed)):
         done = metrics(tmp_path, *texts)
         assert done.returncode != 0 and not done.stdout and done.stderr, texts
 
