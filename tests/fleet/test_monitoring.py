@@ -13,6 +13,8 @@ import reports
 
 HERE = pathlib.Path(__file__).resolve().parent
 PARTS = HERE.parents[1] / "contrib/prometheus"
+LAB = HERE.parents[1] / "lab/machines"
+BUILD = pathlib.Path(os.environ["MIRVOK_BUILD"])
 EVERY = "".join(map(chr, range(1, 256)))
 CHECK = reports.report("flash", [
     reports.flashed(1, "due"), reports.flashed(2, "due", {"pending_reset": True}, protocol="NVMe"),
@@ -50,7 +52,7 @@ def test_metrics_of_reports(tmp_path):
 
 def test_no_metrics_of_anything_else(tmp_path):
     whole = json.dumps(CHECK)
-    changed = [json.dumps(CHECK | change) for change in ({"schema": 1}, {"exit_status": None}, {"drives": 1}, {"tool": {"name": "other"}}, {"tool": []})]
+    changed = [json.dumps(CHECK | change) for change in ({"schema": 1}, {"drives": 1}, {"tool": {"name": "other"}}, {"tool": []})]
     for texts in ([""], ["{"], ["[]"], ["7", whole], [whole, whole[:-9]], [json.dumps(CHECK | {"exit_status": 5})], *([whole, text] for text in changed)):
         done = metrics(tmp_path, *texts)
         assert done.returncode != 0 and not done.stdout and done.stderr, texts
@@ -100,18 +102,19 @@ def fixture_start(tmp_path):
 
 
 def test_an_alert_fires(tmp_path, start):
-    (tmp_path / "check.json").write_text(json.dumps(CHECK))
-    (tmp_path / "smart.json").write_text(json.dumps(SMART))
-    program = tmp_path / "mirvok"
-    program.write_text('#!/bin/sh\ncp "$1.json" "$3"\n')
-    program.chmod(0o755)
-    file = tmp_path / "text" / "mirvok.prom"
+    for kind, name in (("flash", "flashdrv"), ("smart", "talvex")):
+        command = [BUILD / "mirvok-profile", "build", kind, LAB / f"demo/{name}.json", tmp_path / f"{name}.bin"]
+        subprocess.run(command, check=True, timeout=60)
+    (tmp_path / "mirvok").write_text(f'#!/bin/sh\nexec {BUILD}/mirvok-lab {LAB}/demo.json -- "$@"\n')
+    (tmp_path / "mirvok").chmod(0o755)
+    file = tmp_path / "text/mirvok.prom"
     file.parent.mkdir()
     write = ["env", f"PATH={tmp_path}:{os.environ['PATH']}", PARTS / "mirvok-metrics", file]
     subprocess.run(write, cwd=tmp_path, check=True, timeout=60)
     before = file.stat()
-    program.write_text("#!/bin/sh\nexit 4\n")
-    assert subprocess.run(write, cwd=tmp_path, check=False, timeout=60).returncode == 1
+    for profile in tmp_path.glob("*.bin"):
+        profile.unlink()
+    assert subprocess.run(write, cwd=tmp_path, capture_output=True, check=False, timeout=60).returncode == 1
     assert file.stat() == before and list(file.parent.iterdir()) == [file]
 
     ports = free_port(), free_port()
@@ -126,4 +129,4 @@ def test_an_alert_fires(tmp_path, start):
     alerts = until(40, lambda: [alert for alert in json.loads(ask(f"http://127.0.0.1:{ports[1]}/api/v1/alerts"))["data"]["alerts"]
                                 if alert["state"] == "firing"])
     summaries = [alert["annotations"]["summary"] for alert in alerts]
-    assert f"127.0.0.1:{ports[0]}: drive 11S00001 (Kestrel S480 M7) predicts its failure" in summaries, summaries
+    assert f"127.0.0.1:{ports[0]}: drive 11S0M017 (Marlin S3840) predicts its failure" in summaries, summaries
