@@ -117,12 +117,6 @@ def read_host(folder, entry):
             "end": text(reports.get(last) or reports.get("smart"), "end")}
 
 
-def users(drive):
-    if get(drive, "in_use") is None:
-        return "use unknown"
-    return "in use: " + names if (names := used_by(drive)) else "not in use"
-
-
 def used_by(drive):
     return ", ".join(f"{text(user, 'kind')} {text(user, 'name')}" for user in items(drive, "in_use"))
 
@@ -147,7 +141,8 @@ def summary(hosts):
             if entry["outcome"] in ("failed", "refused"):
                 what = [f"{entry['outcome']}, {entry['reason']}"]
             if entry["waiting"]:
-                what += [f"{WORDS['waiting']}, {users(drive)}"]
+                use = "use unknown" if get(drive, "in_use") is None else f"in use: {used_by(drive)}" if drive["in_use"] else "not in use"
+                what += [f"{WORDS['waiting']}, {use}"]
             level, prescribed = text(drive, "flash", "level_after"), text(drive, "flash", "level_prescribed")
             yield from (printable(f"{host['name']}: {place(drive)} SNo:{text(drive, 'serial_number')} at {level}, "
                                   f"to be {prescribed}: {words}") for words in what)
