@@ -41,7 +41,7 @@ def test_page_of_a_fleet(tmp_path, browser):
         reports.flashed(1, "due"), reports.flashed(2, "due", {"pending_reset": True}, protocol="NVMe"), reports.flashed(3),
         reports.flashed(4, "failed", {"code": 9, "text": HOSTILE}, product_id=HOSTILE, in_use=[{"kind": "mount", "name": "/srv"}])], check=True)
     smart = reports.report("smart", [
-        reports.measured(1, {"temperature_celsius": 9}), reports.measured(2, {"temperature_celsius": 80, "exceeded": ["temperature"]}),
+        reports.measured(1, {"temperature_celsius": 140}), reports.measured(2, {"temperature_celsius": 700, "exceeded": ["temperature"]}),
         reports.measured(3, {"temperature_celsius": None, "warranty_bytes": None}, {"critical_warning": ["read_only"]})])
     whole = json.dumps(check)
     update = reports.report("flash", [reports.flashed(2, "updated", {"level_committed": "MVT2", "activation": "pending_reset"})], check=False)
@@ -70,7 +70,7 @@ def test_page_of_a_fleet(tmp_path, browser):
     tiles = [tile.text for tile in browser.find_elements(By.TAG_NAME, "li")]
     assert {"12 hosts", "10 drives", "2 with warnings", "2 failed", "2 waiting for a reset", "8 left out: not checked"} <= set(tiles), tiles
     header = browser.find_elements(By.CSS_SELECTOR, "#drives th button")[8]
-    for order in (["9 of 70 °C", "80 of 70 °C"], ["80 of 70 °C", "9 of 70 °C"]):
+    for order in (["140 of 70 °C", "700 of 70 °C"], ["700 of 70 °C", "140 of 70 °C"]):
         header.click()
         assert shown("drives", 8) == order + [""] * 8
     browser.find_element(By.CSS_SELECTOR, "input").send_keys("CHECKED <script> /srv")
