@@ -4,6 +4,7 @@
 #include <cstring>
 #include <initializer_list>
 
+#include "common/crew.h"
 #include "common/diagnostics.h"
 #include "common/signals.h"
 #include "common/text.h"
@@ -218,7 +219,9 @@ int get_pd_indentify(_pd_info* pd) {
     if (rc == 0) {
         parse_identify(pd, data, sizeof(data));
     }
-    std::fflush(stdout);
+    if (get_jobs() < 2) {
+        std::fflush(stdout);
+    }
     TRACE_PRINT("Exiting %s, rc = %d", __func__, rc);
     return rc;
 }
