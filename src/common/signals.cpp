@@ -17,6 +17,8 @@
 
 namespace mirvok {
 
+bool watching = false;
+
 namespace {
 
 constexpr int synchronous_signals[] = {SIGSEGV, SIGBUS, SIGFPE, SIGILL, SIGTRAP, SIGSYS};
@@ -31,8 +33,7 @@ int first_signal = 0;
 thread_local sigset_t mask_before_sequence;
 thread_local bool in_sequence = false;
 
-// The watch of threads. What is constant while they run, and what is not.
-bool watching = false;
+// The watch of threads: what is constant while they run, and what is not.
 sigset_t mask_before_watch;
 int arrivals = -1;   // readable while a signal that ends the process is pending
 int dismissal = -1;  // readable once the watch is over
@@ -213,8 +214,8 @@ void end_watch() {
     pthread_sigmask(SIG_SETMASK, &mask_before_watch, nullptr);
 }
 
-void end_at_signal() {
-    if (!watching || in_sequence) {
+void end_at_pending_signal() {
+    if (in_sequence) {
         return;
     }
     pthread_sigmask(SIG_BLOCK, &ending, nullptr);  // whatever a library did to the mask

@@ -44,8 +44,15 @@ void watch_signals(void* nothing);
 void dismiss_watch();
 void end_watch();
 
+extern bool watching;  // between begin_watch and end_watch
+void end_at_pending_signal();
+
 // Before each command: ends the process by the signal that came since begin_watch, when no sequence is under
 // way any more. Within a sequence, and without a watch, it does nothing.
-void end_at_signal();
+inline void end_at_signal() {
+    if (watching) {
+        end_at_pending_signal();
+    }
+}
 
 }  // namespace mirvok
