@@ -87,26 +87,26 @@ struct crew_walk {
     const _storage_lib* lib;
     uint32_t selected;
 
-    std::mutex lock;
-    std::condition_variable work_came;
-    std::condition_variable work_done;
-    bool over;
-    uint32_t in_work;
+    std::mutex lock = {};
+    std::condition_variable work_came = {};
+    std::condition_variable work_done = {};
+    bool over = false;
+    uint32_t in_work = 0;
 
     // A disk behind a storelib controller may have a node, too. What is sent to it keeps its order when nodes
     // of disks wait until `storelib_left` drives, which stand before them, are done with.
-    uint32_t storelib_left;
-    uint32_t first_unbegun;  // no drive before it is unbegun
-    stage_t stages[max_drives];
-    int results[max_drives];  // of the identifications
+    uint32_t storelib_left = 0;
+    uint32_t first_unbegun = 0;  // no drive before it is unbegun
+    stage_t stages[max_drives] = {};
+    int results[max_drives] = {};  // of the identifications
 
-    listed_drive listed[max_drives];
-    uint32_t listed_count;
-    uint32_t read_count;   // so many of the listed ones are read or being read
-    uint32_t taken_count;  // and so many have been taken
+    listed_drive listed[max_drives] = {};
+    uint32_t listed_count = 0;
+    uint32_t read_count = 0;   // so many of the listed ones are read or being read
+    uint32_t taken_count = 0;  // and so many have been taken
 
-    uint32_t number;  // of the drive that is waited for, among the selected ones
-    uint32_t shown;   // number that the progress shows
+    uint32_t number = 0;  // of the drive that is waited for, among the selected ones
+    uint32_t shown = 0;   // number that the progress shows
 };
 
 bool may_begin(const crew_walk* walk, uint32_t drive) {
@@ -138,33 +138,35 @@ uint32_t next_to_identify(crew_walk* walk) {
     return drive;
 }
 
-// What can be read comes first: lines wait for it.
-bool do_next(crew_walk* walk, std::unique_lock<std::mutex>* held) {
-    listed_drive* to_read = next_to_read(walk);
-    const uint32_t drive = to_read != nullptr ? walk->lib->pd_count : next_to_identify(walk);
-    if (to_read == nullptr && drive == walk->lib->pd_count) {
-        return false;
-    }
-    if (to_read == nullptr) {
-        walk->stages[drive] = STAGE_BEGUN;
-    }
+// Asks a drive what `ask` asks it, without the lock.
+template <class Ask>
+void ask_unlocked(crew_walk* walk, std::unique_lock<std::mutex>* held, Ask ask) {
     ++walk->in_work;
     held->unlock();
-    int result = 0;
     end_at_signal();
-    if (to_read != nullptr) {
-        walk->operation.read(to_read->slot);
-    } else {
-        result = get_pd_information(&walk->lib->pd_list[drive]);
-    }
+    ask();
     held->lock();
     --walk->in_work;
+}
+
+// What can be read comes first: lines wait for it. Returns false when there is nothing to do.
+bool do_next(crew_walk* walk, std::unique_lock<std::mutex>* held) {
+    listed_drive* to_read = next_to_read(walk);
     if (to_read != nullptr) {
+        ask_unlocked(walk, held, [=] { walk->operation.read(to_read->slot); });
         to_read->ready = true;
-    } else {
-        walk->results[drive] = result;
-        walk->stages[drive] = STAGE_IDENTIFIED;
+        walk->work_done.notify_one();
+        return true;
     }
+    const uint32_t drive = next_to_identify(walk);
+    if (drive == walk->lib->pd_count) {
+        return false;
+    }
+    int result = 0;
+    walk->stages[drive] = STAGE_BEGUN;
+    ask_unlocked(walk, held, [&] { result = get_pd_information(&walk->lib->pd_list[drive]); });
+    walk->results[drive] = result;
+    walk->stages[drive] = STAGE_IDENTIFIED;
     walk->work_done.notify_one();
     return true;
 }
@@ -224,10 +226,8 @@ int await_identification(crew_walk* walk, std::unique_lock<std::mutex>* held, ui
         return walk->results[drive];
     }
     show_progress(walk, step);
-    held->unlock();
-    end_at_signal();
-    const int result = get_pd_information(pd);
-    held->lock();
+    int result = 0;
+    ask_unlocked(walk, held, [&] { result = get_pd_information(pd); });
     return result;
 }
 
@@ -237,9 +237,7 @@ void list_drive(crew_walk* walk, std::unique_lock<std::mutex>* held, const _pd_i
     const bool to_read = reads && path_of(pd->ctrl).has_node;
     if (reads && !to_read) {
         show_progress(walk, walk->operation.reading);
-        held->unlock();
-        walk->operation.read(slot);
-        held->lock();
+        ask_unlocked(walk, held, [=] { walk->operation.read(slot); });
     }
     walk->listed[walk->listed_count++] = {slot, to_read, !to_read};
     if (to_read) {
@@ -266,8 +264,7 @@ void lead(crew_walk* walk, left_out_list* left_out) {
         }
         take_ready(walk, &held);
     }
-    wait_until(walk, &held, walk->operation.reading,
-               [&] { return walk->taken_count == walk->listed_count; });
+    wait_until(walk, &held, walk->operation.reading, [&] { return walk->taken_count == walk->listed_count; });
     walk->over = true;
     walk->work_came.notify_all();
 }
@@ -275,7 +272,7 @@ void lead(crew_walk* walk, left_out_list* left_out) {
 // Whether there was a crew for the walk, which then is over.
 bool walk_with_crew(const drive_operation& operation, void* program, const _storage_lib* lib,
                     left_out_list* left_out, uint32_t selected) {
-    crew_walk walk = {operation, program, lib, selected, {}, {}, {}, false, 0, 0, 0, {}, {}, {}, 0, 0, 0, 0, 0};
+    crew_walk walk = {operation, program, lib, selected};
     uint32_t tasks = 0;
     for (uint32_t i = 0; i < lib->pd_count; ++i) {
         const _pd_info* pd = &lib->pd_list[i];
