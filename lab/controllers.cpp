@@ -83,7 +83,10 @@ bool demand(bool holds, const std::string& request, const std::string& what) {
 }
 
 reply run_behind_controller(drive& d, const scsi_command& c) {
+    demand(gettid() == getpid(), "library", "called by a thread that has not loaded it");
+    machine_lock().unlock();
     take_time(d);
+    machine_lock().lock();
     reply r = run_scsi(d, "", c);
     if (r.sense.size() > 3 && r.sense[0] == 0x72 && r.sense[1] == 0x01 && r.sense[3] == 0x1D) {
         r.status = 0;

@@ -35,7 +35,8 @@ void end_life(const std::string& file);
 // Journals what a real library would choke on, unless `holds`; returns `holds`.
 bool demand(bool holds, const std::string& request, const std::string& what);
 
-// A drive's answer through a library: completions that only carry ATA registers count as good.
+// A drive's answer through a library: completions that only carry ATA registers count as good. The caller
+// holds the machine once, and does not while the drive takes its time.
 reply run_behind_controller(drive& d, const scsi_command& c);
 
 }  // namespace mirvok::lab

@@ -57,8 +57,9 @@ bool matches(const json& rule, const json& subject, const std::string& command) 
         return false;
     }
     const std::string wanted = rule.value("command", "any");
-    // "any" means what travels to a drive: no opening of nodes, no sleep, no library's own requests.
-    const bool travels = command != "open" && command != "sleep" && !subject.contains("library");
+    // "any" means what travels to a drive: no opening of nodes, sleep or thread, no library's own requests.
+    const bool travels =
+        command != "open" && command != "sleep" && command != "thread" && !subject.contains("library");
     return wanted == command || (wanted == "any" && travels);
 }
 

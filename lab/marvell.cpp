@@ -216,6 +216,7 @@ uint8_t mirvok_lab_mv_drives(uint8_t adapter, void* request) {
 }
 
 uint8_t mirvok_lab_mv_scsi(uint8_t adapter, uint8_t device, void* request) {
+    const std::lock_guard held(machine_lock());
     return pass_through(adapter, device, request, title_of("scsi", adapter, device));
 }
 

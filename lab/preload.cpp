@@ -4,6 +4,7 @@
 #include <dlfcn.h>
 #include <fcntl.h>
 #include <linux/nvme_ioctl.h>
+#include <pthread.h>
 #include <scsi/sg.h>
 #include <sys/ioctl.h>
 #include <sys/uio.h>
@@ -370,6 +371,16 @@ unsigned int sleep(unsigned int seconds) {
     journal("sleep " + std::to_string(seconds));
     raise_as(text_of(due_fault(json::object(), "sleep"), "answer", ""));
     return 0;
+}
+
+// A thread that the system does not give.
+int pthread_create(pthread_t* thread, const pthread_attr_t* attributes, void* (*start)(void*),
+                   void* argument) noexcept {
+    static auto* const next = next_function<decltype(pthread_create)>("pthread_create");
+    const std::lock_guard held(machine_lock());
+    const std::string answer = text_of(due_fault(json::object(), "thread"), "answer", "");
+    return answer.starts_with("errno:") ? error_number(answer.substr(6))
+                                        : next(thread, attributes, start, argument);
 }
 
 // A wait that a signal ends: it is over at once, too, and takes the signal that came by then.

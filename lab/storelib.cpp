@@ -318,6 +318,7 @@ using namespace mirvok::lab;
 
 // The entry of the library that serves controller type 2 to 6.
 extern "C" uint32_t mirvok_lab_storelib(uint32_t type, const void* parameter, void* (*life)(void*)) {
+    const std::lock_guard held(machine_lock());
     bytes record(record_size);
     request r{};
     r.lib = &library_of(type);

@@ -30,18 +30,25 @@ struct left_out_list {
 
 void leave_out(left_out_list* list, const _pd_info* pd, left_out_t reason);
 
-// What an operation has of its own. `program` is the run's state record.
+// What an operation has of its own. `program` is the run's state record, a slot the record of a listed drive.
 struct drive_operation {
     bool keeps_unidentified;  // a drive whose identification failed goes on, with what is known of it
     bool traces_duplicates;
     bool (*is_selected)(const void* program, const _pd_info* pd);  // null: every drive is
-    bool (*look_up)(void* program, _pd_info* pd);                  // false: the drive is not listed
-    void (*take)(void* program, _pd_info* pd);                     // the drive is listed
+    // Gives a listed drive the next slot; null: it is not listed.
+    void* (*look_up)(void* program, _pd_info* pd);
+    // What else the drive is asked; null: nothing. It touches the drive's own records alone, since it may run
+    // in any thread.
+    void (*read)(void* slot);
+    const char* reading;  // what that is called
+    void (*take)(void* program, void* slot);  // has its turn in the order of the slots
 };
 
 uint32_t count_selected(const drive_operation& operation, const void* program, const _storage_lib* lib);
 
-// Walks until the last drive, or until a signal is held that ends the run.
+// Walks until the last drive, or until a signal is held that ends the run. With jobs, several drives that have
+// nodes of their own are identified and read at once, beside those behind libraries; what is decided and
+// printed, and what is sent to each drive, is the same.
 void walk_drives(const drive_operation& operation, void* program, const _storage_lib* lib,
                  left_out_list* left_out);
 

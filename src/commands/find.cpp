@@ -16,27 +16,26 @@ namespace mirvok {
 
 namespace {
 
-bool look_up(void* run, _pd_info* pd) {
+void* look_up(void* run, _pd_info* pd) {
     auto* program = static_cast<_find_program*>(run);
-    drive* slot = &program->drives[program->drive_count];
+    drive* slot = &program->drives[program->drive_count++];
     *slot = {};
     slot->pd = pd;
     slot->found = lookup_drive(program->profile, slot) == 0 ? 1 : 0;
-    return true;
+    return slot;
 }
 
-void take(void* run, _pd_info* pd) {
-    auto* program = static_cast<_find_program*>(run);
-    drive* slot = &program->drives[program->drive_count];
-    if (slot->found == 1 && pd->size == 0) {
-        pd->size = slot->record->size;
+void take(void* run, void* listed) {
+    const auto* program = static_cast<_find_program*>(run);
+    auto* slot = static_cast<drive*>(listed);
+    if (slot->found == 1 && slot->pd->size == 0) {
+        slot->pd->size = slot->record->size;
     }
     progress_clear();
-    print_drive_info(slot, program->drive_count + 1);
-    ++program->drive_count;
+    print_drive_info(slot, static_cast<int>(slot - program->drives) + 1);
 }
 
-constexpr drive_operation operation = {false, true, nullptr, look_up, take};
+constexpr drive_operation operation = {false, true, nullptr, look_up, nullptr, nullptr, take};
 
 int find_drives(_find_program* program, const _storage_lib* lib, left_out_list* left_out) {
     if (lib->ctrl_count == 0) {

@@ -82,21 +82,22 @@ void check_drive(drive* slot) {
     slot->due = slot->result == 0 ? 1 : 0;
 }
 
-bool look_up(void* run, _pd_info* pd) {
+void* look_up(void* run, _pd_info* pd) {
     auto* program = static_cast<flash*>(run);
-    drive* slot = &program->drives[program->drive_count];
+    drive* slot = &program->drives[program->drive_count++];
     *slot = {};
     slot->pd = pd;
     slot->check = program->check;
     slot->found = lookup_drive(program->profile, slot) == 0 ? 1 : 0;
-    return true;
+    return slot;
 }
 
 // Both halves of a listed drive's line, and its update between them.
-void take(void* run, _pd_info* pd) {
-    auto* program = static_cast<flash*>(run);
-    drive* slot = &program->drives[program->drive_count];
-    const int index = static_cast<int>(program->drive_count) + 1;
+void take(void* run, void* listed) {
+    const auto* program = static_cast<flash*>(run);
+    auto* slot = static_cast<drive*>(listed);
+    _pd_info* pd = slot->pd;
+    const int index = static_cast<int>(slot - program->drives) + 1;
     if (slot->found == 1 && pd->size == 0) {
         pd->size = slot->record->size;
     }
@@ -124,10 +125,9 @@ void take(void* run, _pd_info* pd) {
     print_drive_info(slot, 1, index);
     flush_output();
     release_signals();
-    ++program->drive_count;
 }
 
-constexpr drive_operation operation = {false, true, is_selected, look_up, take};
+constexpr drive_operation operation = {false, true, is_selected, look_up, nullptr, nullptr, take};
 
 int flash_drives(flash* program, _storage_lib* lib, left_out_list* left_out) {
     if (count_selected(operation, program, lib) == 0) {

@@ -80,7 +80,7 @@ int look_at_unread(int argc, char** argv, const option* options, int* global) {
     if (unread) {
         complain(
             "options behind `%s' are not read, as POSIXLY_CORRECT has it, but for --check, --debug, "
-            "--idle, --json, --match, --os and --verbose",
+            "--idle, --jobs, --json, --match, --os and --verbose",
             argv[1]);
     }
     return selection ? static_cast<int>(FLASH_STATUS_BAD_OPTIONS) : 0;
@@ -102,7 +102,8 @@ int parse_command_line(int argc, char** argv, flash* program) {
         {"log", OPTION_REQUIRED_ARGUMENT, nullptr, 'l'},  {"os", OPTION_NO_ARGUMENT, &global, 1},
         {"verbose", OPTION_NO_ARGUMENT, &global, 1},      {"check", OPTION_NO_ARGUMENT, &global, 1},
         {"json", OPTION_REQUIRED_ARGUMENT, &global, 1},   {"match", OPTION_REQUIRED_ARGUMENT, &global, 1},
-        {"idle", OPTION_NO_ARGUMENT, &global, 1},         {nullptr, OPTION_NO_ARGUMENT, nullptr, 0},
+        {"idle", OPTION_NO_ARGUMENT, &global, 1},         {"j", OPTION_REQUIRED_ARGUMENT, &global, 1},
+        {"jobs", OPTION_REQUIRED_ARGUMENT, &global, 1},   {nullptr, OPTION_NO_ARGUMENT, nullptr, 0},
     };
     TRACE_PRINT("debug:%d,force:%d,program->force:%d", global, force, program->force);
     int rc = 0;

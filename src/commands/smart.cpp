@@ -25,7 +25,14 @@ enum exit_status_t : int {
 };
 
 // Values of the options that have no letter.
-enum long_option_t : int { OPTION_DEBUG = 0x100, OPTION_ALL, OPTION_OS, OPTION_JSON, OPTION_MATCH };
+enum long_option_t : int {
+    OPTION_DEBUG = 0x100,
+    OPTION_ALL,
+    OPTION_OS,
+    OPTION_JSON,
+    OPTION_JOBS,
+    OPTION_MATCH
+};
 
 constexpr char short_options[] = "p:v:h";
 constexpr option long_options[] = {
@@ -38,6 +45,8 @@ constexpr option long_options[] = {
     {"os", OPTION_NO_ARGUMENT, nullptr, OPTION_OS},
     {"json", OPTION_REQUIRED_ARGUMENT, nullptr, OPTION_JSON},
     {"match", OPTION_REQUIRED_ARGUMENT, nullptr, OPTION_MATCH},
+    {"j", OPTION_REQUIRED_ARGUMENT, nullptr, OPTION_JSON},  // not ambiguous
+    {"jobs", OPTION_REQUIRED_ARGUMENT, nullptr, OPTION_JOBS},
     {nullptr, 0, nullptr, 0},
 };
 
@@ -82,7 +91,7 @@ void count_drive(_smart_program* program, uint32_t protocol) {
     ++program->total_count;
 }
 
-bool look_up(void* run, _pd_info* pd) {
+void* look_up(void* run, _pd_info* pd) {
     auto* program = static_cast<_smart_program*>(run);
     _smart_drive* drive = &program->drives[program->total_count];
     *drive = {};
@@ -91,20 +100,25 @@ bool look_up(void* run, _pd_info* pd) {
                               [program](const char* key, _smart_profile_record** record, uint16_t by_pid) {
                                   return find_profile(key, &program->profile, record, by_pid);
                               });
-    return drive->match != MATCH_NONE;
-}
-
-void take(void* run, _pd_info* pd) {
-    auto* program = static_cast<_smart_program*>(run);
-    _smart_drive* drive = &program->drives[program->total_count];
-    progress_step("reading SMART data");
-    get_drive_smart(drive);
-    progress_clear();
+    if (drive->match == MATCH_NONE) {
+        return nullptr;
+    }
     count_drive(program, pd->protocol);
-    print_smart_info(drive, program->total_count);
+    return drive;
 }
 
-constexpr drive_operation operation = {true, false, nullptr, look_up, take};
+void read(void* slot) {
+    get_drive_smart(static_cast<_smart_drive*>(slot));
+}
+
+void take(void* run, void* slot) {
+    const auto* program = static_cast<_smart_program*>(run);
+    const auto* drive = static_cast<_smart_drive*>(slot);
+    progress_clear();
+    print_smart_info(drive, static_cast<uint16_t>(drive - program->drives + 1));
+}
+
+constexpr drive_operation operation = {true, false, nullptr, look_up, read, "reading SMART data", take};
 
 int report_inventory(_smart_program* program, const _storage_lib& lib, left_out_list* left_out) {
     if (lib.ctrl_count == 0) {

@@ -4,6 +4,7 @@
 #include "common/diagnostics.h"
 #include "storage/drive_node.h"
 #include "storage/drive_paths.h"
+#include "storage/drive_turns.h"
 #include "transport/command_blocks.h"
 #include "transport/routing.h"
 
@@ -86,6 +87,7 @@ int get_drive_smart(_smart_drive* drive) {
     TRACE_PRINT("Entering %s", __func__);
     uint8_t buffer[smart_data_size] = {};
     drive->info.pfa_trip = 0;
+    drive_turn* turn = drive_kind(drive->pd->protocol) == DRIVE_SATA ? begin_turn(drive->pd) : nullptr;
     const int rc = read_data(drive->pd, buffer);
     if (get_debug() != 0) {
         hexDump("log page:", buffer, sizeof(buffer));
@@ -94,6 +96,7 @@ int get_drive_smart(_smart_drive* drive) {
         decode_data(drive, buffer);
         calculate_smart(&drive->info, drive->matched_record);
     }
+    end_turn(turn);
     TRACE_PRINT("Exiting %s, rc = %d", __func__, rc);
     return rc;
 }

@@ -1,12 +1,23 @@
 #include "common/signals.h"
 
+#include <poll.h>
+#include <sys/eventfd.h>
+#include <sys/signalfd.h>
+#include <unistd.h>
+
 #include <algorithm>
+#include <atomic>
+#include <condition_variable>
 #include <csignal>
+#include <cstdint>
 #include <cstring>
 #include <ctime>
 #include <iterator>
+#include <mutex>
 
 namespace mirvok {
+
+bool watching = false;
 
 namespace {
 
@@ -19,7 +30,17 @@ sigset_t ending;           // what would end the process, and is held from the f
 sigset_t mask_released;
 int first_signal = 0;
 
-sigset_t mask_before_sequence;
+thread_local sigset_t mask_before_sequence;
+thread_local bool in_sequence = false;
+
+// The watch of threads: what is constant while they run, and what is not.
+sigset_t mask_before_watch;
+int arrivals = -1;   // readable while a signal that ends the process is pending
+int dismissal = -1;  // readable once the watch is over
+std::atomic<bool> stopping = false;
+std::mutex sequence_lock;
+std::condition_variable sequence_ended;
+uint32_t sequences = 0;  // under way, in all threads
 
 template <size_t Count>
 bool is_among(const int (&signals)[Count], int number) {
@@ -45,12 +66,6 @@ sigset_t make_set_of_all() {
     return set;
 }
 
-// Everything but the synchronous signals; KILL and STOP can't be held.
-void hold_all(sigset_t* before) {
-    static const sigset_t all = make_set_of_all();
-    sigprocmask(SIG_BLOCK, &all, before);
-}
-
 void choose_ending_signals() {
     sigemptyset(&ending);
     for (int number = 1; number <= SIGRTMAX; ++number) {
@@ -60,12 +75,49 @@ void choose_ending_signals() {
     }
 }
 
+// The lowest of the signals that are held, wait for this thread or the process, and end it; 0 when none does.
+int pending_signal() {
+    const sigset_t none = {};
+    sigset_t pending = none;
+    if (sigpending(&pending) != 0) {
+        return 0;
+    }
+    sigandset(&pending, &pending, &ending);
+    // Between most commands nothing is; sigisemptyset overlooks real-time signals.
+    const bool any = std::memcmp(&pending, &none, sizeof(none)) != 0;
+    for (int number = 1; any && number <= SIGRTMAX; ++number) {
+        if (sigismember(&pending, number) == 1) {
+            return number;
+        }
+    }
+    return 0;
+}
+
+// Ends the process by the signal that came, once no thread is in an unbroken sequence. A thread whose signal
+// it is not waits for that one's end.
+[[noreturn]] void end_by_signal() {
+    {
+        std::unique_lock held(sequence_lock);
+        stopping = true;
+        sequence_ended.wait(held, [] { return sequences == 0; });
+        pthread_sigmask(SIG_UNBLOCK, &ending, nullptr);
+    }
+    while (true) {
+        pause();
+    }
+}
+
 }  // namespace
+
+void hold_all_signals(sigset_t* before) {
+    static const sigset_t all = make_set_of_all();
+    pthread_sigmask(SIG_BLOCK, &all, before);
+}
 
 void hold_signals() {
     // Blocked, not caught: a signal that interrupts SG_IO makes the kernel issue the command again.
     sigset_t before;
-    hold_all(&before);
+    hold_all_signals(&before);
     if (!holding) {
         choose_ending_signals();
         sigorset(&mask_released, &before, &ending);
@@ -83,21 +135,10 @@ void release_signals() {
 
 void note_stop_signal() {
     if (downloading) {
-        hold_all(nullptr);
+        hold_all_signals(nullptr);
     }
-    const sigset_t none = {};
-    sigset_t pending = none;
-    if (!holding || first_signal != 0 || sigpending(&pending) != 0) {
-        return;
-    }
-    sigandset(&pending, &pending, &ending);
-    // Between most pieces nothing is; sigisemptyset overlooks real-time signals.
-    const bool any = std::memcmp(&pending, &none, sizeof(none)) != 0;
-    for (int number = 1; any && number <= SIGRTMAX; ++number) {
-        if (sigismember(&pending, number) == 1) {
-            first_signal = number;
-            return;
-        }
+    if (holding && first_signal == 0) {
+        first_signal = pending_signal();
     }
 }
 
@@ -114,11 +155,73 @@ void sleep_until_stopped(unsigned int seconds) {
 }
 
 void begin_unbroken_sequence() {
-    hold_all(&mask_before_sequence);
+    if (watching) {
+        end_at_signal();
+        std::unique_lock held(sequence_lock);
+        if (stopping) {
+            held.unlock();
+            end_by_signal();
+        }
+        ++sequences;
+        in_sequence = true;
+    }
+    hold_all_signals(&mask_before_sequence);
 }
 
 void end_unbroken_sequence() {
-    sigprocmask(SIG_SETMASK, &mask_before_sequence, nullptr);
+    pthread_sigmask(SIG_SETMASK, &mask_before_sequence, nullptr);
+    if (watching) {
+        const std::lock_guard held(sequence_lock);
+        --sequences;
+        in_sequence = false;
+        sequence_ended.notify_all();
+    }
+}
+
+bool begin_watch() {
+    choose_ending_signals();
+    arrivals = signalfd(-1, &ending, SFD_CLOEXEC);
+    dismissal = eventfd(0, EFD_CLOEXEC);
+    pthread_sigmask(SIG_BLOCK, &ending, &mask_before_watch);
+    watching = true;
+    if (arrivals >= 0 && dismissal >= 0) {
+        return true;
+    }
+    end_watch();
+    return false;
+}
+
+void watch_signals(void* /*nothing*/) {
+    struct pollfd events[] = {{arrivals, POLLIN, 0}, {dismissal, POLLIN, 0}};
+    while (events[1].revents == 0) {
+        poll(events, std::size(events), -1);
+        end_at_signal();
+    }
+}
+
+void dismiss_watch() {
+    const uint64_t once = 1;
+    (void)!write(dismissal, &once, sizeof(once));
+}
+
+void end_watch() {
+    for (const int descriptor : {arrivals, dismissal}) {
+        if (descriptor >= 0) {
+            close(descriptor);
+        }
+    }
+    watching = false;
+    pthread_sigmask(SIG_SETMASK, &mask_before_watch, nullptr);
+}
+
+void end_at_pending_signal() {
+    if (in_sequence) {
+        return;
+    }
+    pthread_sigmask(SIG_BLOCK, &ending, nullptr);  // whatever a library did to the mask
+    if (stopping || pending_signal() != 0) {
+        end_by_signal();
+    }
 }
 
 }  // namespace mirvok

@@ -10,6 +10,7 @@
 #include "commands/flash.h"
 #include "commands/report_file.h"
 #include "commands/smart.h"
+#include "common/crew.h"
 #include "common/descriptors.h"
 #include "common/diagnostics.h"
 #include "common/progress.h"
@@ -45,28 +46,45 @@ int debug_flag = 0;
 int OSTYPE = 0;
 int verbose = 0;
 const char* report_path = nullptr;  // of --json
+const char* jobs = nullptr;         // of --jobs
 bool check_seen = false;            // an argument that may be meant for --check
 bool idle_seen = false;             // and one for --idle
+bool verbose_seen = false;
 
 // Leading digits; anything else, and a value that is missing, counts as 0.
 int decimal(const char* text) {
     return text != nullptr ? static_cast<int>(std::strtol(text, nullptr, 10)) : 0;
 }
 
-// Whether `argument` is --json or an abbreviation of it, as the operations' own option scan takes it; *path
-// receives the file, which may stand behind a '='. Without a value it is the empty text, which no file has.
-bool is_json_switch(const char* argument, const char* next, const char** path) {
-    constexpr char name[] = "--json";
+// Whether `argument` is the switch `name` or an abbreviation of it with at least `shortest` characters, as
+// the operations' own option scan takes it; *value receives what may stand behind a '=', or else the next
+// argument. Without a value it is the empty text, which is no file and no number.
+bool is_switch(const char* name, size_t shortest, const char* argument, const char* next,
+               const char** value) {
     const size_t length = std::strcspn(argument, "=");
-    if (length < 3 || length >= sizeof(name) || std::strncmp(argument, name, length) != 0) {
+    if (length < shortest || std::strncmp(argument, name, length) != 0) {
         return false;
     }
     if (argument[length] == '=') {
-        *path = argument + length + 1;
+        *value = argument + length + 1;
     } else {
-        *path = next != nullptr ? next : "";
+        *value = next != nullptr ? next : "";
     }
     return true;
+}
+
+// The number of jobs that the last --jobs asks for; 0, which is said, when it is none.
+uint32_t read_jobs() {
+    if (jobs == nullptr) {
+        return 1;
+    }
+    const bool digits = jobs[0] != '\0' && jobs[std::strspn(jobs, "0123456789")] == '\0';
+    const unsigned long number = digits ? std::strtoul(jobs, nullptr, 10) : 0;
+    if (number < 1 || number > max_jobs) {
+        complain("option `--jobs' takes a number from 1 to %u", max_jobs);
+        return 0;
+    }
+    return static_cast<uint32_t>(number);
 }
 
 int get_operation(int argc, char** argv) {
@@ -91,17 +109,26 @@ int get_operation(int argc, char** argv) {
         } else if (std::strcmp(argv[i], "--verbose") == 0) {
             verbose = decimal(value);
             set_verbose(verbose);
-        } else {
-            is_json_switch(argv[i], value, &report_path);
+            verbose_seen = true;
+        } else if (!is_switch("--json", 3, argv[i], value, &report_path)) {
+            is_switch("--jobs", 4, argv[i], value, &jobs);
         }
     }
     return 0;
 }
 
-// The report of a run is begun before the run; find runs on without one. A check has none of the ways of a
-// flash to a download.
+// The report of a run is begun before the run; find runs on without one, and without jobs. A check has none
+// of the ways of a flash to a download. Traces and dumps are of one drive after the other, and so are
+// downloads.
 int run_operation(int argc, char** argv) {
     const bool check = opt == OPERATION_CHECK || (opt == OPERATION_FLASH && check_seen);
+    const uint32_t jobs_wanted = read_jobs();
+    if (jobs_wanted == 0 && opt != OPERATION_FIND) {
+        return FLASH_STATUS_BAD_OPTIONS;
+    }
+    if (debug_flag == 0 && !verbose_seen && (opt != OPERATION_FLASH || check)) {
+        set_jobs(jobs_wanted);
+    }
     if (opt == OPERATION_FIND) {
         std::signal(SIGXFSZ, SIG_IGN);  // a full file ends the output, not the run
     }

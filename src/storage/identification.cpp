@@ -4,6 +4,7 @@
 #include <cstring>
 #include <initializer_list>
 
+#include "common/crew.h"
 #include "common/diagnostics.h"
 #include "common/signals.h"
 #include "common/text.h"
@@ -12,6 +13,7 @@
 #include "raid/storelib_devices.h"
 #include "storage/drive_node.h"
 #include "storage/drive_paths.h"
+#include "storage/drive_turns.h"
 #include "transport/command_results.h"
 #include "transport/nvme_data.h"
 #include "transport/routing.h"
@@ -218,7 +220,9 @@ int get_pd_indentify(_pd_info* pd) {
     if (rc == 0) {
         parse_identify(pd, data, sizeof(data));
     }
-    std::fflush(stdout);
+    if (get_jobs() < 2) {
+        std::fflush(stdout);
+    }
     TRACE_PRINT("Exiting %s, rc = %d", __func__, rc);
     return rc;
 }
@@ -226,14 +230,22 @@ int get_pd_indentify(_pd_info* pd) {
 int get_pd_inquery_b0(_pd_info* pd) {
     TRACE_PRINT("Entering %s", __func__);
     uint8_t data[page_size] = {};
+    drive_turn* turn = begin_turn(pd);
+    if (turn != nullptr && turn->smart_was_off && pd->smart_enabled != 0) {
+        get_pd_indentify(pd);  // SMART may have been on for the time of the other node's turn
+    }
     begin_unbroken_sequence();
     enable_smart(pd);
     const int rc = read_ata(pd, ATA_SMART_READ_LOG, smart_log_b0, data, sizeof(data));
     if (rc == 0) {
         parse_vpd_b0(pd, data, sizeof(data));
     }
-    disable_smart(pd);
+    const bool off = disable_smart(pd) == 0 && pd->smart_enabled_saved == 0;
     end_unbroken_sequence();
+    if (turn != nullptr) {
+        turn->smart_was_off = off;
+        end_turn(turn);
+    }
     TRACE_PRINT("Exiting %s, rc = %d", __func__, rc);
     return rc;
 }

@@ -1,12 +1,15 @@
 #include "transport/host_scan.h"
 
+#include <atomic>
 #include <cerrno>
 #include <charconv>
 #include <cstdio>
 #include <cstring>
 #include <iterator>
 
+#include "common/crew.h"
 #include "common/diagnostics.h"
+#include "common/signals.h"
 #include "common/text.h"
 #include "transport/command_results.h"
 #include "transport/host_device.h"
@@ -21,6 +24,9 @@ namespace {
 // adapter.
 constexpr char virtual_disk_product[] = "Brackenfold M.2";
 
+// So many nodes are probed at once; what a host adapter lists at most.
+constexpr uint32_t max_host_nodes = 64;
+
 // Nodes that are there and did not open, and the reason of the first one.
 struct unopened_nodes {
     uint32_t count;
@@ -28,15 +34,19 @@ struct unopened_nodes {
 };
 unopened_nodes unopened = {};
 
-// Opens a node for its listing. A node that is not there, or whose device is gone, is nothing to speak of.
-uint32_t probe_node(const char* name) {
+// Opens a node for its listing; *error receives why it did not open.
+uint32_t probe_node(const char* name, int* error) {
     const uint32_t handle = get_handle(name);
-    const int error = errno;
-    if (handle == 0 && error != ENOENT && error != ENODEV && error != ENXIO) {
+    *error = handle == 0 ? errno : 0;
+    return handle;
+}
+
+// A node that is not there, or whose device is gone, is nothing to speak of.
+void note_unopened(int error) {
+    if (error != 0 && error != ENOENT && error != ENODEV && error != ENXIO) {
         unopened.error = unopened.count == 0 ? error : unopened.error;
         ++unopened.count;
     }
-    return handle;
 }
 
 void name_node(_pd_info* pd, const char* prefix, uint32_t index) {
@@ -80,24 +90,79 @@ void list_drive(_ctrl_info* ctrl, _pd_info* pd, uint32_t index) {
     TRACE_PRINT("find drive %s", pd->dev_name);
 }
 
+// What a node /dev/sg%d turned out to be.
+struct probe_result {
+    bool opened;
+    int error;    // of its opening
+    int inquiry;  // result, when it was opened
+    bool listed;
+};
+
+// Asks who is behind the node, and fills the record.
+probe_result probe_host(_ctrl_info* ctrl, _pd_info* pd, uint32_t index) {
+    probe_result result = {};
+    *pd = {};
+    name_node(pd, "/dev/sg", index);
+    pd->handle = probe_node(pd->dev_name, &result.error);
+    result.opened = pd->handle != 0;
+    if (result.opened) {
+        pd->ctrl = ctrl;
+        result.inquiry = inquire(pd);
+        close_handle(pd->handle);
+        pd->handle = 0;
+        result.listed = is_listed(pd, result.inquiry);
+    }
+    return result;
+}
+
+// The probes of a crew.
+struct host_probes {
+    _ctrl_info* ctrl;
+    uint32_t count;
+    std::atomic<uint32_t> next;
+    _pd_info drives[max_host_nodes];
+    probe_result results[max_host_nodes];
+};
+
+void probe_next(void* context) {
+    auto* probes = static_cast<host_probes*>(context);
+    for (uint32_t i = 0; (i = probes->next++) < probes->count;) {
+        end_at_signal();
+        probes->results[i] = probe_host(probes->ctrl, &probes->drives[i], i);
+    }
+}
+
+// Whether a crew has made all probes.
+bool probe_at_once(host_probes* probes, _ctrl_info* ctrl, uint32_t count) {
+    crew threads;
+    probes->ctrl = ctrl;
+    probes->count = count;
+    probes->next = 0;
+    if (count > max_host_nodes || start_crew(&threads, count, probe_next, probes) == 0) {
+        return false;
+    }
+    join_crew(&threads);
+    return true;
+}
+
 }  // namespace
 
 int get_pd_list_host(_ctrl_info* ctrl, _pd_info* pd, uint32_t max) {
     TRACE_PRINT("Entering %s", __func__);
+    host_probes probes;
+    const bool probed = probe_at_once(&probes, ctrl, max);
     int rc = 0;
     for (uint32_t i = 0; i < max; ++i) {
-        *pd = {};
-        name_node(pd, "/dev/sg", i);
-        pd->handle = probe_node(pd->dev_name);
-        bool listed = false;
-        if (pd->handle != 0) {
-            pd->ctrl = ctrl;
-            rc = inquire(pd);
-            close_handle(pd->handle);
-            pd->handle = 0;
-            listed = is_listed(pd, rc);
+        probe_result result;
+        if (probed) {
+            *pd = probes.drives[i];
+            result = probes.results[i];
+        } else {
+            result = probe_host(ctrl, pd, i);
         }
-        if (listed) {
+        note_unopened(result.error);
+        rc = result.opened ? result.inquiry : rc;
+        if (result.listed) {
             list_drive(ctrl, pd, i);
             ++pd;
         } else {
@@ -112,7 +177,9 @@ int get_pd_list_nvme(_ctrl_info* ctrl, _pd_info* pd, uint32_t max) {
     TRACE_PRINT("Entering %s", __func__);
     for (uint32_t i = 0; i < max; ++i) {
         name_node(pd, "/dev/nvme", i);
-        const uint32_t handle = probe_node(pd->dev_name);
+        int error = 0;
+        const uint32_t handle = probe_node(pd->dev_name, &error);
+        note_unopened(error);
         if (handle == 0) {
             *pd = {};
             continue;

@@ -4,6 +4,7 @@
 #include <iterator>
 
 #include "common/diagnostics.h"
+#include "common/signals.h"
 #include "raid/marvell_devices.h"
 #include "raid/storelib_devices.h"
 #include "transport/host_device.h"
@@ -54,6 +55,7 @@ void dump_data(const char* label, const void* data, uint32_t length) {
 }  // namespace
 
 int send_scsi_command(_pd_info* pd, _scsi_cmd_in* in, _scsi_cmd_out* out) {
+    end_at_signal();
     TRACE_PRINT("Entering %s", __func__);
     if (get_debug() != 0) {
         hexDump("cdb", in->cdb, in->cdb_length);
@@ -101,6 +103,7 @@ int perform_scsi_command(_pd_info* pd, _scsi_cmd_in* in, bool again) {
 }
 
 int send_nvme_command(_pd_info* pd, uint16_t code, _nvme_cmd_in* in, _nvme_cmd_out* out) {
+    end_at_signal();
     TRACE_PRINT("Entering %s", __func__);
     const int rc = nvme_command_host(pd->handle, code, in, out);
     if (in->direction == IO_DIR_IN) {
