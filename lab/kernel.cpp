@@ -188,6 +188,7 @@ int run_behind_kernel(const fs::path& home, const std::function<void()>& start) 
     if (!fs::exists("/sys/kernel/config/target")) {
         mount("lab", "/sys/kernel/config", "configfs", 0, nullptr);
     }
+    answer_for_killed_lab();
     take_down();
     int status = 0;
     try {

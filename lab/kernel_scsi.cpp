@@ -226,11 +226,15 @@ std::string offer_scsi(drive& d, const std::string& node, size_t index) {
     return line_of(first_in(disk / "scsi_generic") / "dev");
 }
 
-void take_down_scsi() {
+void answer_for_killed_lab() {
     std::error_code ignored;
     for (const fs::directory_entry& unit : fs::directory_iterator(store, ignored)) {
-        write_file(unit.path() / "action/reset_ring", "2");  // what a killed lab has left unanswered
+        write_file(unit.path() / "action/reset_ring", "2");
     }
+}
+
+void take_down_scsi() {
+    std::error_code ignored;
     for (const fs::directory_entry& entry : fs::directory_iterator(ports, ignored)) {
         if (entry.path().filename().string().starts_with(name_of_ports)) {
             const fs::path group = entry.path() / "tpgt_1";
