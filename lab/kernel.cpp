@@ -188,6 +188,7 @@ int run_behind_kernel(const fs::path& home, const std::function<void()>& start) 
     if (!fs::exists("/sys/kernel/config/target")) {
         mount("lab", "/sys/kernel/config", "configfs", 0, nullptr);
     }
+    answer_for_killed_lab();
     take_down();
     int status = 0;
     try {
@@ -199,12 +200,8 @@ int run_behind_kernel(const fs::path& home, const std::function<void()>& start) 
             require(mknod(node.c_str(), S_IFCHR | 0600, number_of_device(number)) == 0, node);
             ++index;
         }
-        for (const auto& [node, name] : the_machine().nodes) {
-            if (node.starts_with("/dev/sg")) {
-                attend_scsi(node);
-            }
-        }
         const std::lock_guard held(machine_lock());
+        running = true;  // before the program's first command can come
         const pid_t child = fork();
         if (child == 0) {
             std::signal(SIGXFSZ, on_size_limit);
@@ -214,8 +211,8 @@ int run_behind_kernel(const fs::path& home, const std::function<void()>& start) 
             prctl(PR_SET_PDEATHSIG, SIGKILL);
             start();
         }
+        require(child > 0, "fork");
         the_machine().program = child;
-        running = true;
     } catch (...) {
         take_down();
         throw;

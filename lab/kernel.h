@@ -20,9 +20,8 @@ int run_behind_kernel(const std::filesystem::path& home, const std::function<voi
 // makes the drive disappear; `take_down` removes whatever a lab has set up, this one or one that was killed.
 std::string offer_scsi(drive& d, const std::string& node, size_t index);
 std::string offer_nvme(drive& d, const std::string& node, size_t index);
-void attend_scsi(
-    const std::string& node);  // hears the UNIT ATTENTION by which the kernel announces new units
 void take_down_scsi();
+void answer_for_killed_lab();  // before take_down_scsi: ends the commands that wait in rings without a reader
 void take_down_nvme();
 
 // Whether the program runs: what comes before is the kernel's own business.

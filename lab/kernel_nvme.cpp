@@ -7,8 +7,7 @@
 
 #include <algorithm>
 #include <atomic>
-#include <fstream>
-#include <stdexcept>
+#include <cstdio>
 #include <thread>
 
 #include "commands.h"
@@ -32,6 +31,7 @@ constexpr uint32_t op_async_event = 0x0C;
 constexpr uint32_t op_keep_alive = 0x18;
 constexpr uint32_t op_fabrics = 0x7F;
 constexpr uint32_t internal_error = 0x4006;
+constexpr uint32_t version = 0x00010400;
 
 struct controller {
     drive* d;
@@ -49,48 +49,37 @@ struct completion {
     reply answer;
 };
 
-void put(bytes& page, size_t at, size_t width, uint64_t value) {
-    for (size_t i = 0; i < width; ++i) {
-        page.at(at + i) = static_cast<uint8_t>(value >> 8 * i);
-    }
-}
-
 bool receive(int connection, uint8_t* to, size_t length) {
-    return length == 0 || recv(connection, to, length, MSG_WAITALL) == static_cast<ssize_t>(length);
+    return recv(connection, to, length, MSG_WAITALL) == static_cast<ssize_t>(length);
 }
 
 bool send_pdu(int connection, pdu type, uint8_t flags, uint8_t header, bytes content) {
     bytes whole = {type, flags, header, static_cast<uint8_t>(type == data_to_host ? header : 0), 0, 0, 0, 0};
     whole.insert(whole.end(), content.begin(), content.end());
-    put(whole, 4, 4, whole.size());
+    store_le32(&whole[4], static_cast<uint32_t>(whole.size()));
     return send(connection, whole.data(), whole.size(), 0) == static_cast<ssize_t>(whole.size());
 }
 
-// Identify Controller as Linux takes it to go on: controller id, keep alive, queues and SGLs of a fabric.
+// Identify Controller as Linux takes it to go on: the drive's names, and the controller id, keep alive,
+// queues and SGLs of a fabric.
 reply identify_for_kernel(const controller& self) {
     reply r;
-    r.data = page_of(*self.d, "controller", 4096);
+    r.data = page_of(*self.d, "controller", 72);
     r.data.resize(4096);
-    put(r.data, 76, 1, 0);
-    put(r.data, 77, 1, 0);
-    put(r.data, 78, 2, self.id);
-    put(r.data, 80, 4, 0x00010400);
-    put(r.data, 92, 4, 0);
-    put(r.data, 96, 4, 0);
-    put(r.data, 111, 1, 1);
-    put(r.data, 261, 1, 0);
-    put(r.data, 320, 2, 10);
-    put(r.data, 512, 2, 0x4466);
-    put(r.data, 514, 2, 128);
-    put(r.data, 516, 4, 1);
-    put(r.data, 520, 2, 0);
-    put(r.data, 536, 4, 0x00100001);
-    std::fill(r.data.begin() + 768, r.data.begin() + 1024, uint8_t{0});
+    uint8_t* const page = r.data.data();
+    store_le16(page + 78, self.id);
+    store_le32(page + 80, version);
+    page[111] = 1;                       // an I/O controller
+    store_le16(page + 320, 10);          // KAS
+    store_le16(page + 512, 0x4466);      // SQES, CQES
+    store_le16(page + 514, 128);         // MAXCMD
+    page[516] = 1;                       // NN
+    store_le32(page + 536, 0x00100001);  // SGLS: with an offset into the capsule
     const std::string name = subsystem + self.node.substr(5);
-    std::copy(name.begin(), name.end(), r.data.begin() + 768);
-    put(r.data, 1792, 4, 4);
-    put(r.data, 1796, 4, 1);
-    put(r.data, 1800, 4, 0x01000000);
+    std::copy(name.begin(), name.end(), page + 768);
+    page[1792] = 4;  // IOCCSZ and IORCSZ in units of 16 bytes, MSDBD
+    page[1796] = 1;
+    page[1803] = 1;
     return r;
 }
 
@@ -119,7 +108,7 @@ completion run_fabrics(controller& self, const uint8_t* sqe) {
             const uint32_t cc = self.settings;
             const uint64_t ready = (cc & 1) | ((cc & 0xC000) != 0 ? 8U : 0U);
             done.result = offset == 0      ? uint64_t{1} << 37 | 20U << 24 | 1U << 16 | 127
-                          : offset == 8    ? 0x00010400
+                          : offset == 8    ? version
                           : offset == 0x14 ? cc
                           : offset == 0x1C ? ready
                                            : 0;
@@ -138,19 +127,19 @@ bool is_kernels_own(const controller& self, const nvme_command& c) {
            (c.opcode == 0x06 && (c.cdw10 & 0xFF) > 1);
 }
 
-completion answer_kernel(controller& self, const nvme_command& c) {
-    completion done;
+reply answer_kernel(controller& self, const nvme_command& c) {
+    reply r;
     if (c.opcode == op_keep_alive || c.opcode == op_set_features) {
-        return done;  // number of queues: one of each, which is written 0
+        return r;  // number of queues: one of each, which is written 0
     }
     if (c.opcode == 0x06 && (c.cdw10 & 0xFF) == 1) {
-        done.answer = identify_for_kernel(self);
-    } else if (c.opcode == 0x06 && (c.cdw10 & 0xFF) == 2) {
-        done.answer.data.resize(c.length);  // no namespace is active
-    } else {
-        done.answer = answer(*self.d, c);
+        return identify_for_kernel(self);
     }
-    return done;
+    if (c.opcode == 0x06 && (c.cdw10 & 0xFF) == 2) {
+        r.data.resize(c.length);  // no namespace is active
+        return r;
+    }
+    return answer(*self.d, c);
 }
 
 completion run(controller& self, const uint8_t* sqe, const uint8_t* data, size_t data_length) {
@@ -159,10 +148,8 @@ completion run(controller& self, const uint8_t* sqe, const uint8_t* data, size_t
     if (c.opcode == op_fabrics) {
         return run_fabrics(self, sqe);
     }
-    completion done;
-    done.parked = c.opcode == op_async_event;
-    if (done.parked) {
-        return done;
+    if (c.opcode == op_async_event) {
+        return {.parked = true, .result = 0, .answer = {}};
     }
     c.data.assign(data, data + (way_of(c) == direction::out ? data_length : 0));
     const bool own = is_kernels_own(self, c);
@@ -171,12 +158,11 @@ completion run(controller& self, const uint8_t* sqe, const uint8_t* data, size_t
     }
     const std::lock_guard held(machine_lock());
     const bool there = !self.d->vanished;
+    completion done;
     if (way_of(c) == direction::out && c.data.size() != c.length) {
         done.answer.status = 0x4002;  // more than a capsule carries
-    } else if (own) {
-        done = answer_kernel(self, c);
     } else {
-        done.answer = run_nvme(*self.d, self.node, c);
+        done.answer = own ? answer_kernel(self, c) : run_nvme(*self.d, self.node, c);
     }
     journal((own ? "kernel nvme " : "nvme ") + self.node + " " + describe(c, "", done.answer));
     if (there && self.d->vanished) {
@@ -186,61 +172,59 @@ completion run(controller& self, const uint8_t* sqe, const uint8_t* data, size_t
     return done;
 }
 
-bool complete(int connection, const uint8_t* sqe, completion& done) {
+bool complete(int connection, const uint8_t* sqe, const completion& done) {
     if (done.parked) {
         return true;
     }
     const bytes& data = done.answer.data;
     if (!data.empty()) {
         bytes content(16);
-        put(content, 0, 2, load_le16(sqe + 2));
-        put(content, 8, 4, data.size());
+        std::copy_n(sqe + 2, 2, content.begin());
+        store_le32(&content[8], static_cast<uint32_t>(data.size()));
         content.insert(content.end(), data.begin(), data.end());
         if (!send_pdu(connection, data_to_host, 0x04, 24, content)) {
             return false;
         }
     }
     bytes entry(16);
-    put(entry, 0, 8, done.result);
-    put(entry, 12, 2, load_le16(sqe + 2));
-    put(entry, 14, 2, (done.answer.error != 0 ? internal_error : done.answer.status) << 1);
+    store_le32(entry.data(), static_cast<uint32_t>(done.result));
+    store_le32(&entry[4], static_cast<uint32_t>(done.result >> 32));
+    std::copy_n(sqe + 2, 2, &entry[12]);
+    store_le16(&entry[14], (done.answer.error != 0 ? internal_error : done.answer.status) << 1);
     return send_pdu(connection, capsule_response, 0, 24, entry);
 }
 
-void serve(controller& self, int connection) {
+// Whether the connection goes on.
+bool serve_pdu(controller& self, int connection) {
     bytes pdu(8);
-    while (receive(connection, pdu.data(), 8)) {
-        const uint32_t length = load_le32(&pdu[4]);
-        if (length < 72 || length > 65536) {
-            break;
-        }
-        pdu.resize(length);
-        if (!receive(connection, &pdu[8], length - 8)) {
-            break;
-        }
-        if (pdu[0] == ic_request) {
-            bytes content(120);
-            put(content, 4, 4, 65536);
-            if (!send_pdu(connection, ic_response, 0, 128, content)) {
-                break;
-            }
-        } else if (pdu[0] == capsule_command) {
-            const size_t from = pdu[3] >= 72 ? std::min<size_t>(pdu[3], length) : length;
-            completion done = run(self, &pdu[8], pdu.data() + from, length - from);
-            if (!complete(connection, &pdu[8], done)) {
-                break;
-            }
-        } else {
-            break;
-        }
-        pdu.resize(8);
+    if (!receive(connection, pdu.data(), 8)) {
+        return false;
     }
-    close(connection);
+    const uint32_t length = load_le32(&pdu[4]);
+    if (length < 72 || length > 65536) {
+        return false;
+    }
+    pdu.resize(length);
+    if (!receive(connection, &pdu[8], length - 8)) {
+        return false;
+    }
+    if (pdu[0] == ic_request) {
+        bytes content(120);
+        content[6] = 1;  // 64 KiB a piece
+        return send_pdu(connection, ic_response, 0, 128, content);
+    }
+    const size_t from = pdu[3] >= 72 ? std::min<size_t>(pdu[3], length) : length;
+    return pdu[0] == capsule_command &&
+           complete(connection, &pdu[8], run(self, &pdu[8], pdu.data() + from, length - from));
 }
 
 void listen_for(controller* self) {
     for (int connection = 0; (connection = accept4(self->listener, nullptr, nullptr, SOCK_CLOEXEC)) >= 0;) {
-        std::thread([self, connection] { serve(*self, connection); }).detach();
+        std::thread([self, connection] {
+            while (serve_pdu(*self, connection)) {
+            }
+            close(connection);
+        }).detach();
     }
 }
 

@@ -1,8 +1,6 @@
 // SCSI and SATA drives on the kernel's target core: a device of target_core_user for every node, whose
 // commands come through a ring in shared memory, and a logical unit of tcm_loop that makes a disk of it.
 #include <fcntl.h>
-#include <scsi/sg.h>
-#include <sys/ioctl.h>
 #include <sys/mman.h>
 #include <unistd.h>
 
@@ -23,8 +21,9 @@ namespace fs = std::filesystem;
 
 const fs::path target = "/sys/kernel/config/target";
 const fs::path store = target / "core/user_4660";
-const fs::path port = target / "loopback/naa.6d6972766f6b0001";
-const std::string initiator = "naa.6d6972766f6b0002";
+const fs::path ports = target / "loopback";
+const std::string name_of_ports = "naa.6d6972766f6b";
+const std::string initiator = "naa.6d697276";
 constexpr uint8_t status_task_aborted = 0x40;  // what the host gets for a command that is lost
 
 // The ring's layout (linux/target_core_user.h, which C++ does not take): the mailbox, then an entry.
@@ -201,8 +200,9 @@ fs::path first_in(const fs::path& directory) {
 std::string offer_scsi(drive& d, const std::string& node, size_t index) {
     const std::string name = "lab_" + std::to_string(index);
     const fs::path unit = store / name;
-    const fs::path group = port / "tpgt_1";
-    const fs::path lun = group / "lun" / ("lun_" + std::to_string(index));
+    // A port for every drive: the units of one port tell each other's coming and going by UNIT ATTENTION.
+    const fs::path group = ports / (name_of_ports + std::to_string(index)) / "tpgt_1";
+    const fs::path lun = group / "lun/lun_0";
     fs::create_directories(unit);
     require(write_file(unit / "control",
                        "dev_config=mirvok-lab,dev_size=1048576,hw_block_size=512,max_data_area_mb=8,cmd_ring_"
@@ -218,50 +218,31 @@ std::string offer_scsi(drive& d, const std::string& node, size_t index) {
     self->memory = static_cast<uint8_t*>(memory);
     std::thread(serve, self).detach();
 
-    if (!fs::exists(group)) {
-        fs::create_directories(group);
-        require(write_file(group / "nexus", initiator), (group / "nexus").string());
-    }
+    fs::create_directories(group);
+    require(write_file(group / "nexus", initiator), (group / "nexus").string());
     fs::create_directory(lun);
     fs::create_symlink(unit, lun / "link");
-    const fs::path disk =
-        "/sys/class/scsi_device/" + line_of(group / "address") + ":" + std::to_string(index) + "/device";
-    const fs::path generic = first_in(disk / "scsi_generic");
-    return line_of(generic / "dev");
+    const fs::path disk = "/sys/class/scsi_device/" + line_of(group / "address") + ":0/device";
+    return line_of(first_in(disk / "scsi_generic") / "dev");
 }
 
-void attend_scsi(const std::string& node) {
-    const int disk = open(node.c_str(), O_RDWR | O_CLOEXEC);
-    for (int i = 0; i < 3; ++i) {
-        uint8_t cdb[6] = {};
-        sg_io_hdr h{};
-        h.interface_id = 'S';
-        h.dxfer_direction = SG_DXFER_NONE;
-        h.cmd_len = sizeof(cdb);
-        h.cmdp = cdb;
-        if (ioctl(disk, SG_IO, &h) == 0 && h.status == 0) {
-            break;
-        }
+void answer_for_killed_lab() {
+    std::error_code ignored;
+    for (const fs::directory_entry& unit : fs::directory_iterator(store, ignored)) {
+        write_file(unit.path() / "action/reset_ring", "2");
     }
-    close(disk);
 }
 
 void take_down_scsi() {
     std::error_code ignored;
-    const fs::path group = port / "tpgt_1";
-    for (const fs::directory_entry& unit : fs::directory_iterator(store, ignored)) {
-        write_file(unit.path() / "action/reset_ring", "2");  // what a killed lab has left unanswered
-    }
-    for (const fs::directory_entry& lun : fs::directory_iterator(group / "lun", ignored)) {
-        for (const fs::directory_entry& link : fs::directory_iterator(lun.path(), ignored)) {
-            if (link.is_symlink()) {
-                fs::remove(link.path(), ignored);
+    for (const fs::directory_entry& entry : fs::directory_iterator(ports, ignored)) {
+        if (entry.path().filename().string().starts_with(name_of_ports)) {
+            const fs::path group = entry.path() / "tpgt_1";
+            fs::remove(group / "lun/lun_0/link", ignored);
+            for (const fs::path& directory : {group / "lun/lun_0", group, entry.path()}) {
+                rmdir(directory.c_str());
             }
         }
-        rmdir(lun.path().c_str());
-    }
-    for (const fs::path& directory : {group, port, port.parent_path()}) {
-        rmdir(directory.c_str());
     }
     for (const fs::directory_entry& unit : fs::directory_iterator(store, ignored)) {
         if (unit.is_directory()) {
