@@ -80,6 +80,21 @@ TEST(SmartReport, CountBytesWritten) {
     EXPECT_EQ(written_unit_of(23).name, nullptr);
 }
 
+// From 0 to 65535 kelvin; 65535 degrees of a SAS drive are what it says.
+TEST(SmartReport, TellTemperaturesBelowZero) {
+    const std::tuple<uint32_t, uint16_t, int32_t> rows[] = {{PD_PROTOCOL_NVME, 65263, -273},
+                                                            {PD_PROTOCOL_NVME, 65535, -1},
+                                                            {PD_PROTOCOL_NVME, 65261, 65261},
+                                                            {PD_PROTOCOL_SAS, 65535, 65535}};
+    for (const auto& [protocol, temperature, expected] : rows) {
+        _pd_info pd = {};
+        pd.protocol = protocol;
+        _smart_drive drive = {&pd, {}, nullptr, {}};
+        drive.info.temperature = temperature;
+        EXPECT_EQ(temperature_of(drive), expected);
+    }
+}
+
 // Blocks with nothing found, everything at its limit, and everything beyond it.
 TEST(SmartReport, PrintBlocks) {
     const std::tuple<uint32_t, unsigned short, _smart_info> drives[] = {
