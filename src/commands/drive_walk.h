@@ -40,14 +40,14 @@ struct drive_operation {
     // What else the drive is asked; null: nothing. It touches the drive's own records alone, since it may run
     // in any thread.
     void (*read)(void* slot);
-    const char* reading;  // what that is called
+    const char* reading;                      // what that is called
     void (*take)(void* program, void* slot);  // has its turn in the order of the slots
 };
 
 uint32_t count_selected(const drive_operation& operation, const void* program, const _storage_lib* lib);
 
-// Walks until the last drive, or until a signal is held that ends the run. With jobs, several drives that have
-// nodes of their own are identified and read at once, beside those behind libraries; what is decided and
+// Walks until the last drive, or until a signal is held that ends the run. With jobs, several drives that
+// have nodes of their own are identified and read at once, beside those behind libraries; what is decided and
 // printed, and what is sent to each drive, is the same.
 void walk_drives(const drive_operation& operation, void* program, const _storage_lib* lib,
                  left_out_list* left_out);
