@@ -5,7 +5,7 @@ working directory with the data files of data/, and what follows is what it prin
 0. `mirvok` is the program on that machine, `journal` what reached the drives and libraries in the last run. `differs
 'SUBJECT COMMAND NTH ANSWER'... -- ARGUMENTS` is how each fault alone changes a run (SUBJECT is a drive, or a library in
 capitals; "1+" is every occurrence): how much more or less was sent of each command, then the lines that are new.
-`dense` leaves out of a trace dumps of nothing and lines that were there before.
+`dense` leaves out of a trace dumps of nothing and lines that were there before, and joins lines of one depth.
 SESSIONS=update writes what was printed into the sessions instead.
 """
 import os
@@ -21,7 +21,14 @@ SHELL = r"""
 mirvok() { "$BUILD/mirvok-lab" --state "$DIR.lab" "$MACHINE" -- "$@"; }
 lab() { "$BUILD/mirvok-lab" --state "$DIR.lab" "$@"; }
 journal() { cat "$DIR.lab/journal"; }
-dense() { grep -aEv '^  [0-9a-f]{4} ( (00|A5))+ +\.+$' | awk '{ line = $0; sub(/^STORAGE_LIB: */, "", line) } !seen[line]++'; }
+dense() {
+  sed 's/addr: .*/addr: .../' | grep -aEv '^  [0-9a-f]{4} ( (00|A5))+ +\.+$' | awk '
+    { line = $0; sub(/^STORAGE_LIB: */, "", line); head = substr($0, 1, length($0) - length(line)) }
+    seen[line]++ { next }
+    row != "" && head != "" && head == last && length(row line) < 140 { row = row " | " line; next }
+    { if (row != "") print row; row = $0; last = head }
+    END { print row }'
+}
 play() {
   lab --fresh "${@:2}" 2>&1 | sed 's/^[0-9 ]*\(A:\|PN:\)/\1/;/^ *[0-9]*(/d;/Error(s)/d;/^$/d' >"$DIR.$1.output"
   echo "status ${PIPESTATUS[0]}" | cat - "$DIR.lab/journal" >"$DIR.$1.journal"
@@ -43,17 +50,12 @@ differs() {
   done
 }
 """
-# What differs from run to run and from build to build.
-VARYING = [(r"addr: -?[0-9A-F]+", "addr: ..."), (re.escape(f"{BUILD}/"), "")]
-
 
 def run(command, folder, machine):
     environment = dict(os.environ, BUILD=str(BUILD), DIR=str(folder), MACHINE=str(machine), HERE=str(HERE), LC_ALL="C")
     done = subprocess.run(["bash", "-c", SHELL + command], cwd=folder, env=environment, stdin=subprocess.DEVNULL,
                           stdout=subprocess.PIPE, stderr=subprocess.STDOUT, timeout=120, check=False)
-    output = done.stdout.decode("latin-1")
-    for pattern, text in VARYING:
-        output = re.sub(pattern, text, output)
+    output = done.stdout.decode("latin-1").replace(f"{BUILD}/", "")
     output += "" if output.endswith("\n") or not output else "\n"
     return output + (f"[{done.returncode}]\n" if done.returncode else "")
 
