@@ -30,7 +30,8 @@ dense() {
     END { print row }'
 }
 play() {
-  lab --fresh "${@:2}" 2>&1 | sed 's/^[0-9 ]*\(A:\|PN:\)/\1/;/^ *[0-9]*(/d;/Error(s)/d;/^$/d' >"$DIR.$1.output"
+  lab --fresh "${@:2}" 2>&1 | awk '/^    [A-Z]/ { row = row " |" substr($0, 4); next } { print row; row = $0 } END { print row }' |
+    sed 's/^[0-9 ]*\(A:\|PN:\)/\1/;/^ *[0-9]*(/d;/Error(s)/d;/^$/d' >"$DIR.$1.output"
   echo "status ${PIPESTATUS[0]}" | cat - "$DIR.lab/journal" >"$DIR.$1.journal"
   sed -i 's/ \(controller\|adapter\|device\|size\)=[0-9]*//g;s/ \(cdb\|op\|chunks\|count\|status\|in\|out\|none\)\b.*//;s/ =.*//
     s/^\(sg\|nvme\|storelib\) //;s/ scsi / /' "$DIR.$1.journal"
