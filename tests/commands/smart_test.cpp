@@ -38,19 +38,5 @@ TEST(Smart, TakeOptions) {
               "mirvok: option requires an argument -- p\n");
 }
 
-TEST(Smart, PrintBannerAndSummary) {
-    char words[][20] = {"mirvok", "smart", "-p", "/nonexistent/file"};
-    char* argv[] = {words[0], words[1], words[2], words[3], nullptr};
-    EXPECT_EQ(output_of([&] { EXPECT_EQ(run_smart_drives(4, argv), 2); }),
-              "\nTALVEX -- Display SMART Info\t\t\t\tv:7.4.4[Mon Jul 30 14:18:10 2018]\n" +
-                  std::string(73, '-') + "\n");
-    program.total_count = 1026;
-    program.sas_count = 1;
-    program.sata_count = 2;
-    program.nvme_count = 3;
-    EXPECT_EQ(output_of([] { print_smart_result(&program); }),
-              "\n    1026 Device(s) Found(SATA:2  SAS:1  NVME:3)\n");
-}
-
 }  // namespace
 }  // namespace mirvok

@@ -112,28 +112,24 @@ TEST(FlashProfile, TheFirstPrefixWins) {
     EXPECT_EQ(found, records);
 }
 
-const bytes signature = {0x65, 0x19, 0x22, 0x03};
-
 bytes sizes_file(uint16_t count, uint16_t distance, const bytes& entries) {
-    bytes file = {'j', 'u', 'n', 'k'};
-    file.insert(file.end(), signature.begin(), signature.end());
+    bytes file = hex("00 00 00 00 65 19 22 03");
     file.insert(file.end(), entries.begin(), entries.end());
-    for (const uint16_t value : {count, distance}) {
-        file.push_back(static_cast<uint8_t>(value));
-        file.push_back(static_cast<uint8_t>(value >> 8));
-    }
-    file.insert(file.end(), signature.begin(), signature.end());
+    const auto low = [](uint16_t value) { return static_cast<uint8_t>(value); };
+    const auto high = [](uint16_t value) { return static_cast<uint8_t>(value >> 8); };
+    file.insert(file.end(), {low(count), high(count), low(distance), high(distance), 0x65, 0x19, 0x22, 3});
     return file;
 }
 
 TEST(DriveSizes, LoadsAndFinds) {
-    const bytes two = {1, 2, 3, 4, 5, 6, 7, 8, 0x10, 0x27, 1, 2, 3, 4, 5, 6, 7, 8, 9, 9};
+    const bytes two = hex("01 02 03 04 05 06 07 08 10 27 01 02 03 04 05 06 07 08 09 09");
     bytes bad_trailer = sizes_file(2, 32, two);
     bad_trailer.back() ^= 1;
-    bytes many;
-    for (int i = 0; i < 257; ++i) {
-        many.insert(many.end(),
-                    {0, 0, 0, 0, static_cast<uint8_t>(i), static_cast<uint8_t>(i >> 8), 0, 0, 7, 0});
+    bytes many(2570);
+    for (size_t i = 0; i < 257; ++i) {
+        many[10 * i + 4] = static_cast<uint8_t>(i);
+        many[10 * i + 5] = static_cast<uint8_t>(i >> 8);
+        many[10 * i + 8] = 7;
     }
     struct {
         bytes content;

@@ -52,36 +52,32 @@ TEST(VendorChecks, DigitsAndLetters) {
 
 TEST(VendorChecks, OneEntryForOneDrive) {
     struct {
-        const char* part_number;
-        const char* serial_number;
+        const char *part_number, *serial_number;
         int find;
-    } const rows[] = {
-        {"PN1", "SERIAL01", 0},
-        {"PN1", "SERIAL01", 1},
-        {"PN2", "SERIAL01", 0},
-        {"PN1", "SERIAL0", 0},
-        {"PN1", "SERIAL02", 0},
-        {"", "SERIAL01", 0},
-        {"", "SERIAL01", 1},
-        {"PN1", "", 0},
-        {"PN1", "", 0},
-        {"PN1", "SERIAL012", 0},
-        {"PN1", "SERIAL012", 0},
-        {"TWELVECHARS1", "SERIAL01", 0},
-        {"TWELVECHARS1", "SERIAL01", 1},
-        {"TWELVECHARS2", "SERIAL01", 0},
-        {"TWELVECHARS34", "SERIAL01", 0},
-        {"TWELVECHARS34", "SERIAL01", 0},
-        {"TWELVECHARS3", "SERIAL01", 0},
-        {"TWELVECHARS3", "SERIAL01", 1},
-    };
+    } const rows[] = {{"PN1", "SERIAL01", 0},
+                      {"PN1", "SERIAL01", 1},
+                      {"PN2", "SERIAL01", 0},
+                      {"PN1", "SERIAL0", 0},
+                      {"PN1", "SERIAL02", 0},
+                      {"", "SERIAL01", 0},
+                      {"", "SERIAL01", 1},
+                      {"PN1", "", 0},
+                      {"PN1", "", 0},
+                      {"PN1", "SERIAL012", 0},
+                      {"PN1", "SERIAL012", 0},
+                      {"TWELVECHARS1", "SERIAL01", 0},
+                      {"TWELVECHARS1", "SERIAL01", 1},
+                      {"TWELVECHARS2", "SERIAL01", 0},
+                      {"TWELVECHARS34", "SERIAL01", 0},
+                      {"TWELVECHARS34", "SERIAL01", 0},
+                      {"TWELVECHARS3", "SERIAL01", 0},
+                      {"TWELVECHARS3", "SERIAL01", 1}};
     for (const auto& row : rows) {
         _pd_info pd = make_drive(PD_PROTOCOL_SAS, row.part_number, row.serial_number);
         EXPECT_EQ(check_serial_number(&pd), row.find) << row.part_number << ' ' << row.serial_number;
     }
     EXPECT_EQ(sno_count, 14U);
-    EXPECT_EQ(bytes_of(sno_list[6]),
-              (bytes{'P', 'N', '1', 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0}));
+    EXPECT_EQ(bytes_of(sno_list[6]), hex("50 4E 31", sizeof(sno_list[6])));
     EXPECT_EQ(std::string(sno_list[9].part_number, 20), "TWELVECHARS1SERIAL01");
     sno_count = max_drives;
     _pd_info pd = make_drive(PD_PROTOCOL_SAS, "PN", "NEW");
@@ -93,21 +89,17 @@ TEST(VendorChecks, SataSerialSubstitute) {
     struct {
         uint32_t protocol;
         uint8_t b0_valid;
-        const char* serial_number;
-        const char* device_serial;
-        const char* taken;
-    } const rows[] = {
-        {2, 1, "SERIAL01", "ABCDEFGHIJKLMN", "SERIAL01"},
-        {2, 0, "SERIAL01", "ABCDEFGHIJKLMN", "GHIJKLMN"},
-        {2, 1, "SERIAL0", "ABCDEFGH", "ABCDEFGH"},
-        {2, 1, "SERI-L01", "ABCDEFGH9", "BCDEFGH9"},
-        {2, 0, "", "ABCDEFG", ""},
-        {2, 0, "", "AB DEFGHIJ", ""},
-        {2, 0, "", "ABCDEFGHI-", ""},
-        {1, 0, "", "ABCDEFGH", ""},
-        {5, 0, "", "ABCDEFGH", ""},
-        {7, 0, "", "ABCDEFGH", ""},
-    };
+        const char *serial_number, *device_serial, *taken;
+    } const rows[] = {{2, 1, "SERIAL01", "ABCDEFGHIJKLMN", "SERIAL01"},
+                      {2, 0, "SERIAL01", "ABCDEFGHIJKLMN", "GHIJKLMN"},
+                      {2, 1, "SERIAL0", "ABCDEFGH", "ABCDEFGH"},
+                      {2, 1, "SERI-L01", "ABCDEFGH9", "BCDEFGH9"},
+                      {2, 0, "", "ABCDEFG", ""},
+                      {2, 0, "", "AB DEFGHIJ", ""},
+                      {2, 0, "", "ABCDEFGHI-", ""},
+                      {1, 0, "", "ABCDEFGH", ""},
+                      {5, 0, "", "ABCDEFGH", ""},
+                      {7, 0, "", "ABCDEFGH", ""}};
     for (const auto& row : rows) {
         _pd_info pd = make_drive(row.protocol, "PN", row.serial_number);
         pd.b0_valid = row.b0_valid;

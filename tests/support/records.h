@@ -17,7 +17,7 @@ inline bytes repeat(size_t count, uint8_t value) {
 }
 
 // Hexadecimal bytes put into `data` from `at` on.
-inline bytes hex_at(size_t at, const std::string& text, bytes data) {
+inline bytes hex_at(size_t at, const std::string& text, bytes data = bytes(512)) {
     std::istringstream stream(text);
     for (unsigned int byte = 0; stream >> std::hex >> byte;) {
         data.at(at++) = static_cast<uint8_t>(byte);
