@@ -5,7 +5,8 @@ working directory with the data files of data/, and what follows is what it prin
 0. `mirvok` is the program on that machine, `journal` what reached the drives and libraries in the last run. `differs
 'SUBJECT COMMAND NTH ANSWER'... -- ARGUMENTS` is how each fault alone changes a run (SUBJECT is a drive, or a library in
 capitals; "1+" is every occurrence): how much more or less was sent of each command, then the lines that are new.
-`dense` leaves out of a trace dumps of nothing and lines that were there before, and joins lines of one depth.
+`brief` joins lines of a journal, without their commands' bytes; `dense` leaves out of a trace dumps of nothing and
+lines that were there before, and joins lines of one depth.
 SESSIONS=update writes what was printed into the sessions instead.
 """
 import os
@@ -21,6 +22,10 @@ SHELL = r"""
 mirvok() { "$BUILD/mirvok-lab" --state "$DIR.lab" "$MACHINE" -- "$@"; }
 lab() { "$BUILD/mirvok-lab" --state "$DIR.lab" "$@"; }
 journal() { cat "$DIR.lab/journal"; }
+brief() {
+  sed 's/^\(storelib\|marvell\) \(scsi \)\?//;s/ scsi / /;s/ \(controller\|adapter\|device\)=/ /g;s/ size=[0-9]*//;s/ cdb=.* \(in\|none\) / \1 /' |
+    paste -sd, | sed 's/,/, /g' | fold -sw 150
+}
 dense() {
   sed 's/addr: .*/addr: .../' | grep -aEv '^  [0-9a-f]{4} ( (00|A5))+ +\.+$' | awk '
     { line = $0; sub(/^STORAGE_LIB: */, "", line); head = substr($0, 1, length($0) - length(line)) }
@@ -32,7 +37,7 @@ dense() {
 play() {
   lab --fresh "${@:2}" 2>&1 | awk '/^    [A-Z]/ { row = row " |" substr($0, 4); next } { print row; row = $0 } END { print row }' |
     sed 's/^[0-9 ]*\(A:\|PN:\)/\1/;/^ *[0-9]*(/d;/Error(s)/d;/^$/d' >"$DIR.$1.output"
-  echo "status ${PIPESTATUS[0]}" | cat - "$DIR.lab/journal" >"$DIR.$1.journal"
+  { echo "status ${PIPESTATUS[0]}"; sed -n 's/^ find/find/p' "$DIR.$1.output"; cat "$DIR.lab/journal"; } >"$DIR.$1.journal"
   sed -i 's/ \(controller\|adapter\|device\|size\)=[0-9]*//g;s/ \(cdb\|op\|chunks\|count\|status\|in\|out\|none\)\b.*//;s/ =.*//
     s/^\(sg\|nvme\|storelib\) //;s/ scsi / /' "$DIR.$1.journal"
 }
@@ -45,9 +50,9 @@ differs() {
     play after --fault "{\"$([[ $subject == [A-Z]* ]] && echo library || echo drive)\": \"$subject\", \"command\": \"$command\",
       \"nth\": ${nth%+}, \"count\": $([[ $nth == *+ ]] && echo 0 || echo 1), \"answer\": \"$answer\"}" "$MACHINE" "$@"
     awk 'BEGIN { printf("%s:", ARGV[3]); delete ARGV[3] } !($0 in n) { name[++k] = $0 } { n[$0] += NR == FNR ? -1 : 1 }
-      END { for (i = 1; i <= k; i++) if (name[i] ~ /^status/ ? n[name[i]] > 0 : n[name[i]]) printf(" %s %+d;", name[i], n[name[i]])
+      END { for (i = 1; i <= k; i++) if (name[i] ~ /^(status|find) / ? n[name[i]] > 0 : n[name[i]]) printf(" %s %+d;", name[i], n[name[i]])
       print "" }' "$DIR".{before,after}.journal "$fault"
-    diff "$DIR.before.output" "$DIR.after.output" | sed -n 's/^>  */> /p'
+    diff "$DIR.before.output" "$DIR.after.output" | sed -n '/ find /!s/^>  */> /p'
   done
 }
 """
