@@ -50,31 +50,22 @@ TEST(VendorChecks, DigitsAndLetters) {
     }
 }
 
+// Part number, serial number ("-" is none), and whether the two were there before.
 TEST(VendorChecks, OneEntryForOneDrive) {
-    struct {
-        const char *part_number, *serial_number;
-        int find;
-    } const rows[] = {{"PN1", "SERIAL01", 0},
-                      {"PN1", "SERIAL01", 1},
-                      {"PN2", "SERIAL01", 0},
-                      {"PN1", "SERIAL0", 0},
-                      {"PN1", "SERIAL02", 0},
-                      {"", "SERIAL01", 0},
-                      {"", "SERIAL01", 1},
-                      {"PN1", "", 0},
-                      {"PN1", "", 0},
-                      {"PN1", "SERIAL012", 0},
-                      {"PN1", "SERIAL012", 0},
-                      {"TWELVECHARS1", "SERIAL01", 0},
-                      {"TWELVECHARS1", "SERIAL01", 1},
-                      {"TWELVECHARS2", "SERIAL01", 0},
-                      {"TWELVECHARS34", "SERIAL01", 0},
-                      {"TWELVECHARS34", "SERIAL01", 0},
-                      {"TWELVECHARS3", "SERIAL01", 0},
-                      {"TWELVECHARS3", "SERIAL01", 1}};
-    for (const auto& row : rows) {
-        _pd_info pd = make_drive(PD_PROTOCOL_SAS, row.part_number, row.serial_number);
-        EXPECT_EQ(check_serial_number(&pd), row.find) << row.part_number << ' ' << row.serial_number;
+    for (const char* row :
+         {"PN1 SERIAL01 0", "PN1 SERIAL01 1", "PN2 SERIAL01 0", "PN1 SERIAL0 0", "PN1 SERIAL02 0",
+          "- SERIAL01 0", "- SERIAL01 1", "PN1 - 0", "PN1 - 0", "PN1 SERIAL012 0", "PN1 SERIAL012 0",
+          "TWELVECHARS1 SERIAL01 0", "TWELVECHARS1 SERIAL01 1", "TWELVECHARS2 SERIAL01 0",
+          "TWELVECHARS34 SERIAL01 0", "TWELVECHARS34 SERIAL01 0", "TWELVECHARS3 SERIAL01 0",
+          "TWELVECHARS3 SERIAL01 1"}) {
+        std::istringstream words(row);
+        std::string part_number;
+        std::string serial_number;
+        int find = 0;
+        words >> part_number >> serial_number >> find;
+        _pd_info pd = make_drive(PD_PROTOCOL_SAS, part_number == "-" ? "" : part_number.c_str(),
+                                 serial_number == "-" ? "" : serial_number.c_str());
+        EXPECT_EQ(check_serial_number(&pd), find) << row;
     }
     EXPECT_EQ(sno_count, 14U);
     EXPECT_EQ(bytes_of(sno_list[6]), hex("50 4E 31", sizeof(sno_list[6])));
