@@ -122,8 +122,7 @@ TEST(DriveData, IdentifyDevice) {
     for (size_t i = 0; i < text.size(); ++i) {
         page[20 + (i ^ 1)] = text[i];
     }
-    const bytes sectors = {0x78, 0x56, 0x34, 0x12, 0x02, 0x01, 0, 0};
-    std::copy(sectors.begin(), sectors.end(), page.begin() + 200);
+    page = hex_at(200, "78 56 34 12 02 01 00 00", page);
     drive_sizes[0] = {0x102, 0x12345678, 960};
     drive_sizes_size = 1;
     _pd_info pd = {};
@@ -157,7 +156,7 @@ TEST(DriveData, IdentifyDevice) {
 }
 
 TEST(DriveData, Capacities) {
-    const bytes data = {1, 2, 3, 4, 5, 6, 7, 8};
+    const bytes data = hex("01 02 03 04 05 06 07 08");
     _pd_info pd = {};
     parse_scsi_capacity_16(&pd, data.data(), 32);
     EXPECT_EQ(pd.lba_high, 0x01020304U);
@@ -215,29 +214,29 @@ TEST(DriveData, NvmeVendorPageByRevision) {
             EXPECT_EQ(bytes_of(info), bytes_of(expected)) << int{revision} << ' ' << int{led};
         }
     }
-    bytes other = marked_page(1024);
-    other[1] = 0xDF;
     nvme_device_info info = {};
     info.e0_available = 1;
     nvme_device_info expected = {};
     expected.endurance = '4';
-    parse_nvme_page(4, &info, other.data(), 1024);
+    parse_nvme_page(4, &info, marked_page(1024).data(), 1024);
     EXPECT_EQ(bytes_of(info), bytes_of(expected));
 }
 
 TEST(DriveData, NvmeHealthLog) {
     bytes log = marked_page(512);
-    log[0] = 0x05;
-    for (size_t i = 0; i < 10; ++i) {
-        std::fill_n(log.begin() + 32 + static_cast<std::ptrdiff_t>(16 * i), 16, uint8_t{0});
-        log[32 + 16 * i] = static_cast<uint8_t>(i + 1);
-        log[33 + 16 * i] = 1;
+    for (size_t at = 32; at < 192; at += 16) {  // ten counters of 128 bits, 257 and on
+        std::fill_n(log.begin() + static_cast<std::ptrdiff_t>(at), 16, uint8_t{0});
+        log[at] = static_cast<uint8_t>(at / 16 - 1);
+        log[at + 1] = 1;
     }
     struct {
+        uint8_t warning;
         uint16_t kelvin;
         int celsius;
-    } const rows[] = {{310, 36}, {273, 0}, {274, 0}, {275, 1}, {0, -273}, {0xFFFF, 65261}};
+    } const rows[] = {{0x05, 310, 36}, {0x1A, 273, 0}, {0, 274, 0},
+                      {0xE0, 275, 1},  {31, 0, -273},  {1, 65535, 65261}};
     for (const auto& row : rows) {
+        log[0] = row.warning;
         log[1] = static_cast<uint8_t>(row.kelvin);
         log[2] = static_cast<uint8_t>(row.kelvin >> 8);
         nvme_device_info info = {};
@@ -246,32 +245,25 @@ TEST(DriveData, NvmeHealthLog) {
         EXPECT_EQ(info.temperature, row.celsius);
         EXPECT_EQ(info.available_spare, 0x33U);
         EXPECT_EQ(info.used, 0x35U);
-        const long double counters[] = {info.data_units_read,      info.data_units_written,
-                                        info.host_read_commands,   info.host_write_commands,
-                                        info.controller_busy_time, info.power_cycles,
-                                        info.power_on_hours,       info.unsafe_shutdowns,
-                                        info.media_errors,         info.error_log_entries};
-        for (int i = 0; i < 10; ++i) {
-            EXPECT_EQ(counters[i], 257 + i);
-        }
-        EXPECT_EQ((std::vector<uint32_t>{info.spare_below_threshold, info.temperature_exceeded,
-                                         info.reliability_degraded, info.read_only, info.backup_failed}),
-                  (std::vector<uint32_t>{1, 0, 1, 0, 0}));
+        const std::vector<long double> counters = {info.data_units_read,      info.data_units_written,
+                                                   info.host_read_commands,   info.host_write_commands,
+                                                   info.controller_busy_time, info.power_cycles,
+                                                   info.power_on_hours,       info.unsafe_shutdowns,
+                                                   info.media_errors,         info.error_log_entries};
+        EXPECT_EQ(counters, (std::vector<long double>{257, 258, 259, 260, 261, 262, 263, 264, 265, 266}));
+        EXPECT_EQ(info.spare_below_threshold + 2 * info.temperature_exceeded + 4 * info.reliability_degraded +
+                      8 * info.read_only + 16 * info.backup_failed,
+                  row.warning & 31U);
     }
-    log[0] = 0x1A;
     std::fill_n(log.begin() + 48, 16, uint8_t{0xFF});
     nvme_device_info info = {};
     set_debug(1);
     EXPECT_NE(output_of([&] {
                   parse_nvme_smart_data(&info, log.data());
-              }).find("SMART Information: temperaturre:65261, used:53,data_units_write:FFFFFFFFFFFFFFFFh\n"),
+              }).find("data_units_write:FFFFFFFFFFFFFFFFh\n"),
               std::string::npos);
     set_debug(0);
-    EXPECT_EQ(info.temperature_exceeded + 2 * info.read_only + 4 * info.backup_failed, 7U);
-    EXPECT_EQ(info.spare_below_threshold + info.reliability_degraded, 0U);
-    bytes high = repeat(16, 0);
-    high[15] = 1;
-    EXPECT_EQ(int128_to_double(high.data()), 1329227995784915872903807060280344576.0L);
+    EXPECT_EQ(int128_to_double(hex_at(15, "01", bytes(16)).data()), 1329227995784915872903807060280344576.0L);
 }
 
 }  // namespace
