@@ -6,7 +6,7 @@ working directory with the data files of data/, and what follows is what it prin
 'SUBJECT COMMAND NTH ANSWER'... -- ARGUMENTS` is how each fault alone changes a run (SUBJECT is a drive, or a library in
 capitals; "1+" is every occurrence): how much more or less was sent of each command, then the lines that are new.
 `brief` joins lines of a journal, without their commands' bytes; `dense` leaves out of a trace dumps of nothing and
-lines that were there before, and joins lines of one depth.
+lines that were there before, and joins the others in rows, each change of the depth in numbers.
 SESSIONS=update writes what was printed into the sessions instead.
 """
 import os
@@ -27,11 +27,12 @@ brief() {
     paste -sd, | sed 's/,/, /g' | fold -sw 150
 }
 dense() {
-  sed 's/addr: .*/addr: .../' | grep -aEv '^  [0-9a-f]{4} ( (00|A5))+ +\.+$' | awk '
-    { line = $0; sub(/^STORAGE_LIB: */, "", line); head = substr($0, 1, length($0) - length(line)) }
+  sed 's/addr: .*/addr: .../' | grep -aEv '^  [0-9a-f]{4} ( (00|A5))+ +\.+$|^$' | awk '
+    { traced = sub(/^STORAGE_LIB: /, ""); match($0, /^ */); depth = traced ? RLENGTH / 3 : -1; line = substr($0, traced * RLENGTH + 1) }
     seen[line]++ { next }
-    row != "" && head != "" && head == last && length(row line) < 140 { row = row " | " line; next }
-    { if (row != "") print row; row = $0; last = head }
+    { entry = (depth != last ? depth " " : "") line; if (!traced) entry = line }
+    row != "" && traced && last >= 0 && length(row entry) < 150 { row = row " | " entry; last = depth; next }
+    { if (row != "") print row; row = traced ? depth " " line : line; last = depth }
     END { print row }'
 }
 play() {
