@@ -29,11 +29,7 @@ TEST(RunLock, WaitsWhereAnotherRunHoldsIt) {
     if (access("/run", W_OK) != 0) {
         GTEST_SKIP() << "no lock can be had";
     }
-    struct {
-        bool exclusive;
-        std::vector<int> errors;
-        std::vector<int> operations;
-    } const rows[] = {
+    const std::tuple<bool, std::vector<int>, std::vector<int>> rows[] = {
         {true, {0}, {LOCK_EX | LOCK_NB}},
         {false, {ENOLCK}, {LOCK_SH | LOCK_NB}},
         {false, {EWOULDBLOCK, 0}, {LOCK_SH | LOCK_NB, LOCK_SH | LOCK_NB}},
@@ -41,16 +37,16 @@ TEST(RunLock, WaitsWhereAnotherRunHoldsIt) {
          {EWOULDBLOCK, EWOULDBLOCK, EINTR, 0},
          {LOCK_EX | LOCK_NB, LOCK_EX | LOCK_NB, LOCK_EX, LOCK_EX}},
     };
-    for (const auto& row : rows) {
-        lock_errors = row.errors;
+    for (const auto& [exclusive, errors, operations] : rows) {
+        lock_errors = errors;
         lock_errors.push_back(0);
         lock_operations.clear();
         testing::internal::CaptureStderr();
         errno = EWOULDBLOCK;  // of an earlier call
-        mirvok::lock_drives(row.exclusive);
-        EXPECT_EQ(lock_operations, row.operations);
+        mirvok::lock_drives(exclusive);
+        EXPECT_EQ(lock_operations, operations);
         const bool said = testing::internal::GetCapturedStderr().find("another run") != std::string::npos;
-        EXPECT_EQ(said, row.operations.size() == 4);
+        EXPECT_EQ(said, operations.size() == 4);
         mirvok::unlock_drives();
         EXPECT_EQ(lock_operations.back(), LOCK_UN);
     }

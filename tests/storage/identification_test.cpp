@@ -107,12 +107,7 @@ bytes cut(bytes page, size_t length) {
 TEST(Identification, AnAnswerCountsWhenItReachesOverTheLevel) {
     const bytes inquiry = inquiry_page("MVT8");
     const bytes identify = identify_page("MVT8", true);
-    struct {
-        const char* command;
-        answer given;
-        const char* level;  // afterwards
-        int rc;
-    } const rows[] = {
+    const std::tuple<const char*, answer, const char*, int> rows[] = {
         {"inquiry", {cut(inquiry, 36)}, "MVT9LONG", 0},
         {"inquiry", {cut(inquiry, 35)}, "MVT9LONG", 0},
         {"identify", {cut(identify, 176)}, "MVT8", 0},
@@ -131,11 +126,11 @@ TEST(Identification, AnAnswerCountsWhenItReachesOverTheLevel) {
         {"identify", check(2, identify), "MVT9", 90020},
         {"identify", {identify, 2, {0x72, 2, 1}}, "MVT9", 90020},
     };
-    for (const auto& row : rows) {
+    for (const auto& [command, given, level, rc] : rows) {
         sata_drive drive(true);
-        drive.first = {{row.command, row.given}};
-        EXPECT_EQ(get_pd_information(&drive.pd), row.rc) << &row - rows;
-        EXPECT_STREQ(drive.pd.code_level, row.level) << &row - rows;
+        drive.first = {{command, given}};
+        EXPECT_EQ(get_pd_information(&drive.pd), rc) << command;
+        EXPECT_STREQ(drive.pd.code_level, level) << command;
         EXPECT_TRUE(drive.smart_on);
         EXPECT_EQ(drive.pd.handle, 0U);
     }
@@ -188,11 +183,7 @@ TEST(Identification, SmartIsLeftAsItWasFound) {
     unknown[175] = 0;
     const answer none = check(5);
     const answer off = {identify_page("MVT9LONG", false)};
-    struct {
-        bool on;
-        std::vector<std::pair<std::string, answer>> first;
-        const char* asked;  // after INQUIRY
-    } const rows[] = {
+    const std::tuple<bool, std::vector<std::pair<std::string, answer>>, const char*> rows[] = {
         {true, {}, "identify b0 "},
         {false, {}, "identify enable identify b0 disable "},
         {true, {{"identify", none}}, "identify "},
@@ -209,13 +200,13 @@ TEST(Identification, SmartIsLeftAsItWasFound) {
          {{"identify", off}, {"identify", none}, {"b0", none}},
          "identify enable identify b0 disable "},
     };
-    for (const auto& row : rows) {
-        sata_drive drive(row.on);
-        drive.first = row.first;
+    for (const auto& [on, first, asked] : rows) {
+        sata_drive drive(on);
+        drive.first = first;
         get_pd_information(&drive.pd);
-        EXPECT_EQ(drive.asked, std::string("inquiry ") + row.asked);
-        EXPECT_EQ(drive.smart_on, row.on) << &row - rows;
-        EXPECT_STREQ(drive.pd.code_level, row.asked == std::string("identify ") ? "MVT9" : "MVT9LONG");
+        EXPECT_EQ(drive.asked, std::string("inquiry ") + asked);
+        EXPECT_EQ(drive.smart_on, on) << asked;
+        EXPECT_STREQ(drive.pd.code_level, asked == std::string("identify ") ? "MVT9" : "MVT9LONG");
     }
 }
 

@@ -18,22 +18,18 @@ _pd_info make_drive(uint32_t protocol, const char* part_number, const char* seri
 }
 
 TEST(VendorChecks, TheMakersDrives) {
-    struct {
-        uint32_t protocol;
-        const char* vendor;
-        uint16_t rc;
-    } const rows[] = {
+    const std::tuple<uint32_t, const char*, uint16_t> rows[] = {
         {1, "VELTRA-X", 0}, {1, "VELTRA-Y", 0}, {1, "KRV-ZSQS", 0}, {1, "KRV-ZSQ", 1}, {1, "veltra", 1},
         {1, "VTR", 1},      {1, "", 1},         {2, "VTR", 0},      {2, "VTRX", 0},    {2, "KRV", 0},
         {2, "KR", 1},       {2, "VELTRA", 1},   {5, "VTR", 0},      {7, "KRV", 0},     {5, "X", 1},
         {7, "", 1},         {4, "", 0},         {4, "X", 0},        {0, "VTR", 1},     {6, "VELTRA", 1},
         {8, "VTR", 1},      {3, "VTR", 1},
     };
-    for (const auto& row : rows) {
+    for (const auto& [protocol, vendor, rc] : rows) {
         _pd_info pd = {};
-        pd.protocol = row.protocol;
-        std::strcpy(pd.vendor_id, row.vendor);
-        EXPECT_EQ(is_veltra_disk(&pd), row.rc) << row.protocol << row.vendor;
+        pd.protocol = protocol;
+        std::strcpy(pd.vendor_id, vendor);
+        EXPECT_EQ(is_veltra_disk(&pd), rc) << protocol << vendor;
     }
 }
 
@@ -77,26 +73,24 @@ TEST(VendorChecks, OneEntryForOneDrive) {
 }
 
 TEST(VendorChecks, SataSerialSubstitute) {
-    struct {
-        uint32_t protocol;
-        uint8_t b0_valid;
-        const char *serial_number, *device_serial, *taken;
-    } const rows[] = {{2, 1, "SERIAL01", "ABCDEFGHIJKLMN", "SERIAL01"},
-                      {2, 0, "SERIAL01", "ABCDEFGHIJKLMN", "GHIJKLMN"},
-                      {2, 1, "SERIAL0", "ABCDEFGH", "ABCDEFGH"},
-                      {2, 1, "SERI-L01", "ABCDEFGH9", "BCDEFGH9"},
-                      {2, 0, "", "ABCDEFG", ""},
-                      {2, 0, "", "AB DEFGHIJ", ""},
-                      {2, 0, "", "ABCDEFGHI-", ""},
-                      {1, 0, "", "ABCDEFGH", ""},
-                      {5, 0, "", "ABCDEFGH", ""},
-                      {7, 0, "", "ABCDEFGH", ""}};
-    for (const auto& row : rows) {
-        _pd_info pd = make_drive(row.protocol, "PN", row.serial_number);
-        pd.b0_valid = row.b0_valid;
-        std::strcpy(pd.device_serial, row.device_serial);
+    const std::tuple<uint32_t, uint8_t, const char*, const char*, const char*> rows[] = {
+        {2, 1, "SERIAL01", "ABCDEFGHIJKLMN", "SERIAL01"},
+        {2, 0, "SERIAL01", "ABCDEFGHIJKLMN", "GHIJKLMN"},
+        {2, 1, "SERIAL0", "ABCDEFGH", "ABCDEFGH"},
+        {2, 1, "SERI-L01", "ABCDEFGH9", "BCDEFGH9"},
+        {2, 0, "", "ABCDEFG", ""},
+        {2, 0, "", "AB DEFGHIJ", ""},
+        {2, 0, "", "ABCDEFGHI-", ""},
+        {1, 0, "", "ABCDEFGH", ""},
+        {5, 0, "", "ABCDEFGH", ""},
+        {7, 0, "", "ABCDEFGH", ""},
+    };
+    for (const auto& [protocol, b0_valid, serial_number, device_serial, taken] : rows) {
+        _pd_info pd = make_drive(protocol, "PN", serial_number);
+        pd.b0_valid = b0_valid;
+        std::strcpy(pd.device_serial, device_serial);
         check_serial_number(&pd);
-        EXPECT_STREQ(pd.serial_number, row.taken);
+        EXPECT_STREQ(pd.serial_number, taken);
     }
 }
 
