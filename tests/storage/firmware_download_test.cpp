@@ -2,10 +2,8 @@
 #include "storage/firmware_download.h"
 
 #include <cerrno>
-#include <csignal>
 #include <cstring>
 
-#include "common/signals.h"
 #include "support/drive_node.h"
 #include "transport/host_device.h"
 
@@ -155,20 +153,6 @@ TEST(FirmwareDownload, EndsWithThePieceThatWasNotTaken) {
             EXPECT_EQ(sent.size(), row.taken ? 3U : 2U) << &next - rows;
         }
     }
-}
-
-TEST(FirmwareDownload, DoesNotBeginAfterASignal) {
-    answers = {take_scsi, take_nvme};
-    sent.clear();
-    hold_signals();
-    raise(SIGTERM);
-    profile_record record = {};
-    for (const uint32_t vendor : {VENDOR_HOST, VENDOR_AVAGO, VENDOR_MV, VENDOR_NVME}) {
-        played_drive drive(vendor, PD_PROTOCOL_SATA);
-        EXPECT_EQ(flash_pd_fw(&drive.pd, &record), int{RESULT_CONTROLLER_REFUSES});
-    }
-    EXPECT_TRUE(sent.empty());
-    std::signal(SIGTERM, SIG_IGN);  // still held when the process ends
 }
 
 TEST(FirmwareDownload, AnNvmeImageTravelsFromPageBoundaries) {
