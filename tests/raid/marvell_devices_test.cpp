@@ -3,6 +3,7 @@
 
 #include "raid/marvell_library.h"
 #include "support/drive_node.h"
+#include "transport/command_results.h"
 
 using namespace mirvok;
 
@@ -58,6 +59,7 @@ TEST(MarvellDevices, ACommandTravelsInARequest) {
             EXPECT_EQ(data[0], row.direction == IO_DIR_IN && rc == 0 ? 0xDA : '1');
             EXPECT_EQ(out.sense[0] + 256 * out.sense[31], rc == 0 ? 0 : 0x5E70);
             EXPECT_EQ(out.refused, rc != 0);
+            EXPECT_EQ(out.received, row.direction == IO_DIR_IN && rc == 0 ? 1U : 0U);
         }
     }
     request.clear();
@@ -66,6 +68,7 @@ TEST(MarvellDevices, ACommandTravelsInARequest) {
     _scsi_cmd_out out = {};
     EXPECT_EQ(scsi_passthru_mv(nullptr, &in, &out), 90012);
     EXPECT_TRUE(request.empty());
+    EXPECT_EQ(count_up_to_zeros("\0", 1), 0U);
 }
 
 }  // namespace
