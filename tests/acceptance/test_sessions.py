@@ -2,9 +2,11 @@
 
 A session (sessions/*.txt) begins with "# machine NAME"; each line that begins "$ " is a shell command, run in a fresh
 working directory with the data files of data/, and what follows is what it prints, then "[status]" where that is not
-0. `mirvok` is the program on that machine, `journal` what reached the drives and libraries in the last run, `differs
-FAULT... -- ARGUMENTS` how faults change a run: lines of its output, then commands that were not sent (-) and those sent
-or answered instead (+). `dense` leaves out dumps of nothing.
+0. `mirvok` is the program on that machine, `journal` what reached the drives and libraries in the last run. `differs
+'SUBJECT COMMAND NTH ANSWER'... -- ARGUMENTS` is how each fault alone changes a run (SUBJECT is a drive, or a library in
+capitals; "1+" is every occurrence): how much more or less was sent of each command, then the lines that are new.
+`brief` joins lines of a journal, without their commands' bytes; `dense` leaves out of a trace dumps of nothing and
+lines that were there before, and joins the others in rows, each change of the depth in numbers.
 SESSIONS=update writes what was printed into the sessions instead.
 """
 import os
@@ -20,33 +22,47 @@ SHELL = r"""
 mirvok() { "$BUILD/mirvok-lab" --state "$DIR.lab" "$MACHINE" -- "$@"; }
 lab() { "$BUILD/mirvok-lab" --state "$DIR.lab" "$@"; }
 journal() { cat "$DIR.lab/journal"; }
-dense() { grep -aEv '^  [0-9a-f]{4} ( (00|A5))+ +\.+$'; }
+brief() {
+  sed 's/^\(storelib\|marvell\) \(scsi \)\?//;s/ scsi / /;s/ \(controller\|adapter\|device\)=/ /g;s/ size=[0-9]*//;s/ cdb=.* \(in\|none\) / \1 /' |
+    paste -sd, | sed 's/,/, /g' | fold -sw 150
+}
+dense() {
+  sed 's/addr: .*/addr: .../' | grep -aEv '^  [0-9a-f]{4} ( (00|A5))+ +\.+$|^$' | awk '
+    { traced = sub(/^STORAGE_LIB: /, ""); match($0, /^ */); depth = traced ? RLENGTH / 3 : -1; line = substr($0, traced * RLENGTH + 1) }
+    seen[line]++ { next }
+    { entry = (depth != last ? depth " " : "") line; if (!traced) entry = line }
+    row != "" && traced && last >= 0 && length(row entry) < 150 { row = row " | " entry; last = depth; next }
+    { if (row != "") print row; row = traced ? depth " " line : line; last = depth }
+    END { print row }'
+}
+play() {
+  lab --fresh "${@:2}" 2>&1 | awk '/^    [A-Z]/ { row = row " |" substr($0, 4); next } { print row; row = $0 } END { print row }' |
+    sed 's/^[0-9 ]*\(A:\|PN:\)/\1/;/^ *[0-9]*(/d;/Error(s)/d;/^$/d' >"$DIR.$1.output"
+  { echo "status ${PIPESTATUS[0]}"; sed -n 's/^ find/find/p' "$DIR.$1.output"; cat "$DIR.lab/journal"; } >"$DIR.$1.journal"
+  sed -i 's/ \(controller\|adapter\|device\|size\)=[0-9]*//g;s/ \(cdb\|op\|chunks\|count\|status\|in\|out\|none\)\b.*//;s/ =.*//
+    s/^\(sg\|nvme\|storelib\) //;s/ scsi / /' "$DIR.$1.journal"
+}
 differs() {
-  local faults=() run
-  while [[ $1 != -- ]]; do faults+=(--fault "$1"); shift; done
-  for run in before after; do
-    { lab --fresh "${faults[@]:$([[ $run == after ]] || echo 999)}" "$MACHINE" "$@"; echo "status $?"; } 2>&1 |
-      sed 's/^[0-9 ]*\(A:\|PN:\)/\1/;/^ *[0-9]*(/d;/Error(s)/d;/^$/d' >"$DIR.$run.output"
-    journal | sed 's/ cdb=.* \(in\|out\|none\) / \1 /;s/ op=.* \(in\|out\) / \1 /;s/ size=[0-9]*//' >"$DIR.$run.journal"
+  local faults=() fault subject command nth answer
+  while [[ $1 != -- ]]; do faults+=("$1"); shift; done
+  play before "$MACHINE" "$@"
+  for fault in "${faults[@]}"; do
+    read -r subject command nth answer <<<"$fault"
+    play after --fault "{\"$([[ $subject == [A-Z]* ]] && echo library || echo drive)\": \"$subject\", \"command\": \"$command\",
+      \"nth\": ${nth%+}, \"count\": $([[ $nth == *+ ]] && echo 0 || echo 1), \"answer\": \"$answer\"}" "$MACHINE" "$@"
+    awk 'BEGIN { printf("%s:", ARGV[3]); delete ARGV[3] } !($0 in n) { name[++k] = $0 } { n[$0] += NR == FNR ? -1 : 1 }
+      END { for (i = 1; i <= k; i++) if (name[i] ~ /^(status|find) / ? n[name[i]] > 0 : n[name[i]]) printf(" %s %+d;", name[i], n[name[i]])
+      print "" }' "$DIR".{before,after}.journal "$fault"
+    diff "$DIR.before.output" "$DIR.after.output" | sed -n '/ find /!s/^>  */> /p'
   done
-  diff "$DIR.before.output" "$DIR.after.output" | grep -a '^[<>]'
-  diff "$DIR.before.journal" "$DIR.after.journal" >"$DIR.diff"
-  sed -n 's/^< //p' "$DIR.diff" | sed 's/ \(controller\|device\)=[0-9]*//g;s/ \(in\|out\|none\|op=.*\|=\|count\) .*//;s/^\(sg\|nvme\|storelib .. scsi\) //' |
-    awk '!n[$0]++ { name[++k] = $0 } END { for (i = 1; i <= k; i++) printf("%s%d %s", (i > 1 ? ", " : "- "), n[name[i]], name[i]); if (k) print "" }'
-  sed -n 's/^> //p' "$DIR.diff" | awk '!n[$0]++ { line[++k] = $0 } END { for (i = 1; i <= k; i++) print "+", n[line[i]], line[i] }' | sed 's/^+ 1 /+ /'
 }
 """
-# What differs from run to run and from build to build.
-VARYING = [(r"addr: -?[0-9A-F]+", "addr: ..."), (re.escape(f"{BUILD}/"), "")]
-
 
 def run(command, folder, machine):
     environment = dict(os.environ, BUILD=str(BUILD), DIR=str(folder), MACHINE=str(machine), HERE=str(HERE), LC_ALL="C")
     done = subprocess.run(["bash", "-c", SHELL + command], cwd=folder, env=environment, stdin=subprocess.DEVNULL,
                           stdout=subprocess.PIPE, stderr=subprocess.STDOUT, timeout=120, check=False)
-    output = done.stdout.decode("latin-1")
-    for pattern, text in VARYING:
-        output = re.sub(pattern, text, output)
+    output = done.stdout.decode("latin-1").replace(f"{BUILD}/", "")
     output += "" if output.endswith("\n") or not output else "\n"
     return output + (f"[{done.returncode}]\n" if done.returncode else "")
 

@@ -1,7 +1,6 @@
 #include "commands/smart_collection.h"
 
 #include <cstring>
-#include <sstream>
 
 #include "common/diagnostics.h"
 #include "support/records.h"

@@ -1,22 +1,12 @@
 #include "commands/smart_decoders.h"
 
 #include <algorithm>
-#include <sstream>
 
 #include "common/diagnostics.h"
 #include "support/records.h"
 
 namespace mirvok {
 namespace {
-
-// Hexadecimal bytes put into `data` from `at` on.
-bytes hex_at(size_t at, const std::string& text, bytes data = bytes(smart_data_size)) {
-    std::istringstream stream(text);
-    for (unsigned int byte = 0; stream >> std::hex >> byte;) {
-        data.at(at++) = static_cast<uint8_t>(byte);
-    }
-    return data;
-}
 
 _smart_profile_record ids(uint16_t life, uint16_t temperature, uint16_t written, uint16_t smart_type = 0) {
     return {"", "", 0, 0, life, 0, written, 0, temperature, smart_type};
@@ -45,8 +35,7 @@ std::string sas(const bytes& data, const _smart_profile_record& record, unsigned
 
 TEST(SmartDecoders, DecodeAtaAttributes) {
     bytes data = hex_at(2, "E9 71 72 3D 3E 81 82 83 84 85 86 87 C2 0 0 3F 40 28 1 2 3 4 5 6");
-    data =
-        hex_at(338, "E9 0 0 41 42 29 1 2 3 4 5 6 F1 0 0 43 44 F1 F2 F3 F4 F5 F6 FF", data);  // the last two
+    data = hex_at(338, "E9 0 0 41 42 29 1 2 3 4 5 6 F1 0 0 43 44 F1 F2 F3 F4 F5 F6 FF", data);
     data = hex_at(362, "AA 0 0 45 46 2A 1 2 3 4 5 6", data);  // behind the table
     EXPECT_EQ(ata(data, ids(0xE9, 0xC2, 0xF1)), "65 40 271536237048561");
     EXPECT_EQ(ata(data, ids(0xF1, 0xE9, 0xC2)), "67 41 5514788471080");
@@ -186,7 +175,7 @@ TEST(SmartDecoders, TakeRegistersFromSense) {
     };
     for (const auto& [sense, found] : rows) {
         bytes status(32);
-        take_returned_registers(hex_at(0, sense, bytes(64)).data(), status.data());
+        take_returned_registers(hex(sense, 64).data(), status.data());
         EXPECT_EQ(status, hex_at(3, found ? "F4 2C" : "", bytes(32))) << sense;
     }
 }

@@ -1,8 +1,5 @@
 #include "commands/smart_report.h"
 
-#include <cstring>
-#include <sstream>
-
 #include "support/records.h"
 
 namespace mirvok {
@@ -93,55 +90,6 @@ TEST(SmartReport, TellTemperaturesBelowZero) {
         drive.info.temperature = temperature;
         EXPECT_EQ(temperature_of(drive), expected);
     }
-}
-
-// Blocks with nothing found, everything at its limit, and everything beyond it.
-TEST(SmartReport, PrintBlocks) {
-    const std::tuple<uint32_t, unsigned short, _smart_info> drives[] = {
-        {PD_PROTOCOL_SATA, 1, {99, 0, 0, 0, 0, 2000000001, "", 0, 0}},
-        {PD_PROTOCOL_NVME, 12, {70, 1, 10, 1, 1, 2000000000, "", 0, 0}},
-        {PD_PROTOCOL_M2, 1026, {71, 1, 9, 1, 1, 2000000001, "", 0, 1}},
-    };
-    std::string blocks;
-    for (const auto& [protocol, number, info] : drives) {
-        _pd_info pd = {};
-        pd.protocol = protocol;
-        std::strcpy(pd.part_number, "SSD0012");
-        std::strcpy(pd.fru, "00FN123");
-        std::strcpy(pd.serial_number, "S1234567");
-        std::strcpy(pd.device_serial, "S4YNNE0M712345");
-        std::strcpy(pd.code_level, "MVT1");
-        _smart_profile_record record = {"", "", 27, 10, 0, 2000000000, 0, 70, 0, 0};
-        _smart_drive drive = {&pd, info, &record, {}};
-        calculate_smart(&drive.info, &record);
-        blocks += output_of([&, at = number] { print_smart_info(&drive, at); });
-    }
-    EXPECT_EQ(blocks, R"(1   PN:SSD0012-00FN123 Veltra-SN:S1234567 FW:MVT1
-    Number bytes written to SSD: N/A
-    Number bytes supported by warranty: 2000000000GB
-    Life Remaining Gauge: N/A
-    SSD temperature:N/A      Spec Max: 70(c)
-    PFA trip: No 
-    Warranty Exceed:No
-
-12  PN:SSD0012-00FN123 Veltra-SN:S1234567 FW:MVT1
-    Supplier-SN:S4YNNE0M712345
-    Number bytes written to SSD: 2000000000.0GB
-    Number bytes supported by warranty: 2000000000GB
-    Life Remaining Gauge: 10%
-    SSD temperature:70(c)      Spec Max: 70(c)
-    PFA trip: No 
-    Warranty Exceed:No
-
-1026 PN:SSD0012-00FN123 Veltra-SN:S1234567 FW:MVT1
-    Number bytes written to SSD: 2000000001.0GB
-    Number bytes supported by warranty: 2000000000GB
-    Life Remaining Gauge: 9%
-    SSD temperature:71(c)      Spec Max: 70(c)
-    PFA trip: Yes 
-    Warranty Exceed:Written Life Temperature
-
-)");
 }
 
 }  // namespace

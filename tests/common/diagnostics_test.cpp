@@ -2,7 +2,6 @@
 
 #include <unistd.h>
 
-#include <cerrno>
 #include <fstream>
 #include <sstream>
 
@@ -69,22 +68,6 @@ TEST(Diagnostics, LogMirrorsTheReportAndOutlivesNothing) {
               }),
               "first 1\nline 2\n");
     EXPECT_EQ(content(), "half line 2\n");
-}
-
-TEST(Diagnostics, SwitchesAndSystemErrors) {
-    set_os_type(3);
-    set_verbose(-4);
-    EXPECT_EQ(get_os_type(), 3);
-    EXPECT_EQ(get_verbose(), -4);
-    set_debug(-1);
-    EXPECT_EQ(get_debug(), 1);
-    EXPECT_EQ(output_of([] {
-                  errno = ENOENT;
-                  print_system_error("open");
-                  errno = 0;
-                  print_system_error("open");
-              }),
-              "STORAGE_LIB: open: No such file or directory\nSTORAGE_LIB: open\n");
 }
 
 TEST(Text, TrimsBlanksAndLineFeedsAlone) {

@@ -4,8 +4,6 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
-#include <ctime>
-
 using namespace mirvok;
 
 namespace {
@@ -20,12 +18,6 @@ int end_of(Body body) {
     int status = 0;
     waitpid(child, &status, 0);
     return WIFSIGNALED(status) ? 128 + WTERMSIG(status) : WEXITSTATUS(status);
-}
-
-void empty_mask() {
-    sigset_t none;
-    sigemptyset(&none);
-    sigprocmask(SIG_SETMASK, &none, nullptr);
 }
 
 TEST(Signals, EndTheRunOnceADownloadBeganAndNotBefore) {
@@ -69,29 +61,6 @@ TEST(Signals, ThatEndNothingWaitForTheLine) {
                   return raise(SIGSEGV);
               }),
               128 + SIGSEGV);
-}
-
-TEST(Signals, AreHeldAgainWhereALibraryLetThemGo) {
-    EXPECT_EQ(end_of([] {
-                  hold_signals();
-                  empty_mask();
-                  note_stop_signal();
-                  raise(SIGTERM);
-                  return held_signal();
-              }),
-              SIGTERM);
-}
-
-TEST(Signals, EndAWaitForPermission) {
-    EXPECT_EQ(end_of([] {
-                  hold_signals();
-                  const time_t start = time(nullptr);
-                  raise(SIGUSR2);
-                  sleep_until_stopped(60);
-                  sleep_until_stopped(60);
-                  return time(nullptr) - start < 30 ? held_signal() : 0;
-              }),
-              SIGUSR2);
 }
 
 }  // namespace

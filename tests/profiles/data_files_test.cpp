@@ -59,11 +59,7 @@ TEST(FlashProfile, EveryFieldFromItsPlace) {
 
 TEST(FlashProfile, LoadsAllOrNothing) {
     profile untouched = {};
-    struct {
-        bytes content;
-        int rc;
-        bool touched;
-    } const rows[] = {
+    const std::tuple<bytes, int, bool> rows[] = {
         {{}, 2, false},
         {repeat(127, 0), 2, false},
         {flash_file(0, 0), 0, true},
@@ -71,13 +67,13 @@ TEST(FlashProfile, LoadsAllOrNothing) {
         {flash_file(3, 2), 4, true},
         {flash_file(65535, 2), 4, true},
     };
-    for (const auto& row : rows) {
-        const temporary_file file(row.content);
+    for (const auto& [content, rc, touched] : rows) {
+        const temporary_file file(content);
         profile* prof = &untouched;
-        EXPECT_EQ(load_profile(file.path.c_str(), &prof), row.rc);
-        EXPECT_EQ(prof != &untouched, row.touched);
-        EXPECT_EQ(prof != nullptr, row.rc != 4) << row.rc;
-        if (row.rc == 0) {
+        EXPECT_EQ(load_profile(file.path.c_str(), &prof), rc);
+        EXPECT_EQ(prof != &untouched, touched);
+        EXPECT_EQ(prof != nullptr, rc != 4) << rc;
+        if (rc == 0) {
             EXPECT_EQ(prof->count, 0U);
             std::free(prof);
         }
@@ -95,16 +91,13 @@ TEST(FlashProfile, TheFirstPrefixWins) {
     std::strcpy(records[1].part_number, "ABC");
     std::strcpy(records[1].product_id, "Model");
     profile prof = {3, records};
-    struct {
-        const char* key;
-        int by_pid;
-        int index;  // -1: none
-    } const rows[] = {{"ABC1234X", 0, 0}, {"ABC1234", 0, 0}, {"ABC123", 0, 1},  {"AB", 0, 2},
-                      {"", 0, -1},        {"ModelX", 1, 1},  {"ABC1234", 1, 2}, {"Z", 1, 2}};
-    for (const auto& row : rows) {
+    const std::tuple<const char*, int, int> rows[] = {{"ABC1234X", 0, 0}, {"ABC1234", 0, 0}, {"ABC123", 0, 1},
+                                                      {"AB", 0, 2},       {"", 0, -1},       {"ModelX", 1, 1},
+                                                      {"ABC1234", 1, 2},  {"Z", 1, 2}};
+    for (const auto& [key, by_pid, index] : rows) {
         profile_record* found = nullptr;
-        EXPECT_EQ(find_profile_record(row.key, &prof, &found, row.by_pid), row.index < 0 ? 1 : 0) << row.key;
-        EXPECT_EQ(found, row.index < 0 ? nullptr : &records[row.index]) << row.key;
+        EXPECT_EQ(find_profile_record(key, &prof, &found, by_pid), index < 0 ? 1 : 0) << key;
+        EXPECT_EQ(found, index < 0 ? nullptr : &records[index]) << key;
     }
     prof.count = 2;
     profile_record* found = records;
@@ -112,34 +105,26 @@ TEST(FlashProfile, TheFirstPrefixWins) {
     EXPECT_EQ(found, records);
 }
 
-const bytes signature = {0x65, 0x19, 0x22, 0x03};
-
 bytes sizes_file(uint16_t count, uint16_t distance, const bytes& entries) {
-    bytes file = {'j', 'u', 'n', 'k'};
-    file.insert(file.end(), signature.begin(), signature.end());
+    bytes file = hex("00 00 00 00 65 19 22 03");
     file.insert(file.end(), entries.begin(), entries.end());
-    for (const uint16_t value : {count, distance}) {
-        file.push_back(static_cast<uint8_t>(value));
-        file.push_back(static_cast<uint8_t>(value >> 8));
-    }
-    file.insert(file.end(), signature.begin(), signature.end());
+    const auto low = [](uint16_t value) { return static_cast<uint8_t>(value); };
+    const auto high = [](uint16_t value) { return static_cast<uint8_t>(value >> 8); };
+    file.insert(file.end(), {low(count), high(count), low(distance), high(distance), 0x65, 0x19, 0x22, 3});
     return file;
 }
 
 TEST(DriveSizes, LoadsAndFinds) {
-    const bytes two = {1, 2, 3, 4, 5, 6, 7, 8, 0x10, 0x27, 1, 2, 3, 4, 5, 6, 7, 8, 9, 9};
+    const bytes two = hex("01 02 03 04 05 06 07 08 10 27 01 02 03 04 05 06 07 08 09 09");
     bytes bad_trailer = sizes_file(2, 32, two);
     bad_trailer.back() ^= 1;
-    bytes many;
-    for (int i = 0; i < 257; ++i) {
-        many.insert(many.end(),
-                    {0, 0, 0, 0, static_cast<uint8_t>(i), static_cast<uint8_t>(i >> 8), 0, 0, 7, 0});
+    bytes many(2570);
+    for (size_t i = 0; i < 257; ++i) {
+        many[10 * i + 4] = static_cast<uint8_t>(i);
+        many[10 * i + 5] = static_cast<uint8_t>(i >> 8);
+        many[10 * i + 8] = 7;
     }
-    struct {
-        bytes content;
-        int rc;
-        uint16_t count;
-    } const rows[] = {
+    const std::tuple<bytes, int, uint16_t> rows[] = {
         {{}, 2, 0},
         {repeat(7, 0x65), 2, 0},
         {bad_trailer, 2, 0},
@@ -152,14 +137,14 @@ TEST(DriveSizes, LoadsAndFinds) {
         {sizes_file(2, 33, two), 3, 2},  // a failed load leaves the table
     };
     EXPECT_EQ(load_drive_sizes("/nonexistent"), 1);
-    for (const auto& row : rows) {
-        const temporary_file file(row.content);
-        EXPECT_EQ(load_drive_sizes(file.path.c_str()), row.rc);
-        EXPECT_EQ(drive_sizes_size, row.count);
+    for (const auto& [content, rc, count] : rows) {
+        const temporary_file file(content);
+        EXPECT_EQ(load_drive_sizes(file.path.c_str()), rc);
+        EXPECT_EQ(drive_sizes_size, count);
         uint16_t size = 1;
-        EXPECT_EQ(find_drive_size1(255, 0, &size), row.count == 256 ? 1 : 0);
+        EXPECT_EQ(find_drive_size1(255, 0, &size), count == 256 ? 1 : 0);
         EXPECT_EQ(find_drive_size1(256, 0, &size), 0);
-        EXPECT_EQ(size, row.count == 256 ? 7 : 1);
+        EXPECT_EQ(size, count == 256 ? 7 : 1);
     }
     uint16_t size = 1;
     EXPECT_EQ(find_drive_size1(0x08070605, 0x04030201, &size), 1);

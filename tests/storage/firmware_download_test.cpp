@@ -2,10 +2,8 @@
 #include "storage/firmware_download.h"
 
 #include <cerrno>
-#include <csignal>
 #include <cstring>
 
-#include "common/signals.h"
 #include "support/drive_node.h"
 #include "transport/host_device.h"
 
@@ -47,38 +45,19 @@ int fail(sg_io_hdr* /*header*/) {
     return -1;
 }
 
+// What an image of `size` bytes is sent by: a CDB and a length each.
 struct download_row {
-    const char* name;
     uint32_t size;
     uint16_t mode;
     uint32_t chunk;
-    std::vector<bytes> cdbs;
-    std::vector<uint32_t> lengths;
+    std::vector<std::pair<const char*, uint32_t>> pieces;
     size_t failing = SIZE_MAX;
     int rc = 0;
 };
 
-bytes write_buffer(uint8_t mode, uint32_t offset, uint32_t length) {
-    const auto byte = [](uint32_t value, int shift) { return static_cast<uint8_t>(value >> shift); };
-    return {0x3B,
-            mode,
-            0,
-            byte(offset, 16),
-            byte(offset, 8),
-            byte(offset, 0),
-            byte(length, 16),
-            byte(length, 8),
-            byte(length, 0),
-            0};
-}
-
-bytes microcode(uint8_t subcommand, uint8_t blocks, uint8_t blocks_high, uint8_t offset) {
-    return {0xA1, 0x0A, 0xC6, subcommand, blocks, blocks_high, offset, 0, 0, 0x92, 0, 0};
-}
-
-void run(const download_row& row, bool sas) {
+template <typename Download>
+void run(const download_row& row, Download download) {
     played_drive drive(VENDOR_HOST, PD_PROTOCOL_UNKNOWN);
-    _pd_info& pd = drive.pd;
     answers = {take_scsi, nullptr};
     refuse = fail;
     bytes image(row.size);
@@ -86,123 +65,94 @@ void run(const download_row& row, bool sas) {
         image[i] = static_cast<uint8_t>(i * 7 + i / 256);
     }
     std::vector<sent_command> expected;
-    uint32_t offset = 0;
-    for (size_t i = 0; i < row.cdbs.size(); ++i) {
-        expected.push_back({row.cdbs[i], {image.begin() + offset, image.begin() + offset + row.lengths[i]}});
-        offset += row.lengths[i];
+    auto from = image.begin();
+    for (const auto& [cdb, length] : row.pieces) {
+        expected.push_back({hex(cdb), {from, from + length}});
+        from += length;
     }
     sent.clear();
     failing = row.failing;
-    const int rc = sas ? flash_disk_fw_sas(&pd, image.data(), row.size, row.mode, row.chunk)
-                       : flash_disk_fw_ata(&pd, image.data(), row.size, row.mode, row.chunk);
-    EXPECT_EQ(rc, row.rc) << row.name;
-    EXPECT_TRUE(sent == expected) << row.name;
-    EXPECT_EQ(pd.handle, 0U);
-    std::strcpy(pd.dev_name, "/nonexistent");
+    EXPECT_EQ(download(&drive.pd, image.data(), row.size, row.mode, row.chunk), row.rc) << row.size;
+    EXPECT_TRUE(sent == expected) << row.size;
+    EXPECT_EQ(drive.pd.handle, 0U);
+    std::strcpy(drive.pd.dev_name, "/nonexistent");
     sent.clear();
-    EXPECT_EQ(sas ? flash_disk_fw_sas(&pd, image.data(), row.size, row.mode, row.chunk)
-                  : flash_disk_fw_ata(&pd, image.data(), row.size, row.mode, row.chunk),
-              999);
+    EXPECT_EQ(download(&drive.pd, image.data(), row.size, row.mode, row.chunk), 999);
     EXPECT_TRUE(sent.empty());
 }
 
 TEST(FirmwareDownload, WriteBuffer) {
+    const std::pair<const char*, uint32_t> first = {"3B 07 00 00 00 00 00 80 00 00", 32768};
+    const std::pair<const char*, uint32_t> second = {"3B 07 00 00 80 00 00 80 00 00", 32768};
     const download_row rows[] = {
-        {"one chunk", 32768, 7, 512, {write_buffer(7, 0, 32768)}, {32768}},
-        {"three chunks",
-         65537,
-         7,
-         512,
-         {write_buffer(7, 0, 32768), write_buffer(7, 32768, 32768), write_buffer(7, 65536, 1)},
-         {32768, 32768, 1}},
-        {"less than a chunk", 5, 7, 512, {write_buffer(7, 0, 5)}, {5}},
-        {"whole", 70000, 5, 512, {write_buffer(5, 0, 70000)}, {70000}},
-        {"own chunk", 1025, 6, 1024, {write_buffer(6, 0, 1024), write_buffer(6, 1024, 1)}, {1024, 1}},
-        {"second fails",
-         65537,
-         7,
-         512,
-         {write_buffer(7, 0, 32768), write_buffer(7, 32768, 32768)},
-         {32768, 32768},
-         1,
-         1},
-        {"nothing", 0, 5, 0, {}, {}},
+        {32768, 7, 512, {first}},
+        {65537, 7, 512, {first, second, {"3B 07 00 01 00 00 00 00 01 00", 1}}},
+        {5, 7, 512, {{"3B 07 00 00 00 00 00 00 05 00", 5}}},
+        {70000, 5, 512, {{"3B 05 00 00 00 00 01 11 70 00", 70000}}},
+        {1025, 6, 1024, {{"3B 06 00 00 00 00 00 04 00 00", 1024}, {"3B 06 00 00 04 00 00 00 01 00", 1}}},
+        {65537, 7, 512, {first, second}, 1, 1},
+        {0, 5, 0, {}},
     };
     for (const download_row& row : rows) {
-        run(row, true);
+        run(row, flash_disk_fw_sas);
     }
 }
 
 TEST(FirmwareDownload, DownloadMicrocode) {
+    const std::pair<const char*, uint32_t> first = {"A1 0A C6 03 40 00 00 00 00 92 00 00", 32768};
+    const std::pair<const char*, uint32_t> second = {"A1 0A C6 03 40 00 40 00 00 92 00 00", 32768};
+    const std::pair<const char*, uint32_t> two_blocks = {"A1 0A C6 03 02 00 00 00 00 92 00 00", 1024};
     const download_row rows[] = {
-        {"one chunk", 32768, 3, 32768, {microcode(3, 64, 0, 0)}, {32768}},
-        {"three chunks",
-         65537,
-         3,
-         32768,
-         {microcode(3, 64, 0, 0), microcode(3, 64, 0, 64), microcode(3, 1, 0, 128)},
-         {32768, 32768, 1}},
-        {"whole", 150000, 7, 512, {microcode(7, 37, 1, 0)}, {150000}},
-        {"another subcommand", 1025, 5, 1024, {microcode(3, 2, 0, 0), microcode(3, 1, 0, 2)}, {1024, 1}},
-        {"odd chunk", 1001, 3, 600, {microcode(3, 2, 0, 0), microcode(3, 1, 0, 2)}, {600, 401}},
-        {"first fails", 65537, 3, 32768, {microcode(3, 64, 0, 0)}, {32768}, 0, 1},
-        {"nothing", 0, 7, 0, {}, {}},
+        {32768, 3, 32768, {first}},
+        {65537, 3, 32768, {first, second, {"A1 0A C6 03 01 00 80 00 00 92 00 00", 1}}},
+        {150000, 7, 512, {{"A1 0A C6 07 25 01 00 00 00 92 00 00", 150000}}},
+        {1025, 5, 1024, {two_blocks, {"A1 0A C6 03 01 00 02 00 00 92 00 00", 1}}},
+        {1001, 3, 600, {{two_blocks.first, 600}, {"A1 0A C6 03 01 00 02 00 00 92 00 00", 401}}},
+        {65537, 3, 32768, {first}, 0, 1},
+        {0, 7, 0, {}},
     };
     for (const download_row& row : rows) {
-        run(row, false);
+        run(row, flash_disk_fw_ata);
     }
 }
 
 // The second of three pieces; what is taken is followed by the third.
 TEST(FirmwareDownload, EndsWithThePieceThatWasNotTaken) {
-    struct {
-        int (*answer)(sg_io_hdr*);
+    // SCSI status, sense bytes 0 to 2, driver and host byte, and whether the piece counts as taken.
+    struct given {
+        uint8_t status, sense[3];
+        uint16_t driver, host;
         bool taken;
-    } const rows[] = {
-        {fail, false},
-        {[](sg_io_hdr* h) { return h->host_status = 3, 0; }, false},
-        {[](sg_io_hdr* h) { return h->status = 0x08, 0; }, false},
-        {[](sg_io_hdr* h) { return h->status = 0x40, 0; }, false},
-        {[](sg_io_hdr* h) { return h->driver_status = 8, 0; }, true},
-        {[](sg_io_hdr* h) { return h->status = 2, h->sbp[0] = 0x70, h->sbp[2] = 0, 0; }, true},
-        {[](sg_io_hdr* h) { return h->status = 2, h->sbp[0] = 0x70, h->sbp[2] = 0x21, 0; }, true},
-        {[](sg_io_hdr* h) { return h->status = 2, h->sbp[0] = 0xF0, h->sbp[2] = 2, 0; }, false},
-        {[](sg_io_hdr* h) { return h->status = 2, h->sbp[0] = 0x72, h->sbp[1] = 1, h->sbp[2] = 6, 0; }, true},
-        {[](sg_io_hdr* h) { return h->status = 2, h->sbp[0] = 0x72, h->sbp[1] = 6, 0; }, false},
-        {[](sg_io_hdr* h) { return h->status = 0, h->sbp[0] = 0x72, h->sbp[1] = 6, 0; }, false},
-        {[](sg_io_hdr* h) { return h->status = 0, h->sbp[0] = 0x73, h->sbp[1] = 1, 0; }, true},
-        {[](sg_io_hdr* h) { return h->status = 2, h->sbp[0] = 0x73, h->sbp[1] = 1, 0; }, false},
-        {[](sg_io_hdr* h) { return h->status = 2, h->sbp[0] = 0x72, h->sbp[1] = 1, 0; }, true},
-        {[](sg_io_hdr* h) { return h->status = 0, h->sbp[0] = 0x74, h->sbp[1] = 6, 0; }, true},
+    };
+    static given row;
+    const given rows[] = {
+        {0, {0, 0, 0}, 0, 3, false},    {0x08, {0, 0, 0}, 0, 0, false}, {0x40, {0, 0, 0}, 0, 0, false},
+        {0, {0, 0, 0}, 8, 0, true},     {2, {0x70, 0, 0}, 0, 0, true},  {2, {0x70, 0, 0x21}, 0, 0, true},
+        {2, {0xF0, 0, 2}, 0, 0, false}, {2, {0x72, 1, 6}, 0, 0, true},  {2, {0x72, 6, 0}, 0, 0, false},
+        {0, {0x72, 6, 0}, 0, 0, false}, {0, {0x73, 1, 0}, 0, 0, true},  {2, {0x73, 1, 0}, 0, 0, false},
+        {2, {0x72, 1, 0}, 0, 0, true},  {0, {0x74, 6, 0}, 0, 0, true},
+    };
+    refuse = [](sg_io_hdr* header) {
+        header->status = row.status;
+        header->driver_status = row.driver;
+        header->host_status = row.host;
+        std::copy(std::begin(row.sense), std::end(row.sense), header->sbp);
+        return 0;
     };
     uint8_t image[65537] = {};
     answers = {take_scsi, nullptr};
     failing = 1;
-    for (const auto& row : rows) {
+    for (const given& next : rows) {
         for (const bool sas : {false, true}) {
             played_drive drive(VENDOR_HOST, PD_PROTOCOL_SATA);
             sent.clear();
-            refuse = row.answer;
+            row = next;
             const int rc = sas ? flash_disk_fw_sas(&drive.pd, image, sizeof(image), 7, 32768)
                                : flash_disk_fw_ata(&drive.pd, image, sizeof(image), 3, 32768);
-            EXPECT_EQ(rc == 0, row.taken) << &row - rows;
-            EXPECT_EQ(sent.size(), row.taken ? 3U : 2U) << &row - rows;
+            EXPECT_EQ(rc == 0, row.taken) << &next - rows;
+            EXPECT_EQ(sent.size(), row.taken ? 3U : 2U) << &next - rows;
         }
     }
-}
-
-TEST(FirmwareDownload, DoesNotBeginAfterASignal) {
-    answers = {take_scsi, take_nvme};
-    sent.clear();
-    hold_signals();
-    raise(SIGTERM);
-    profile_record record = {};
-    for (const uint32_t vendor : {VENDOR_HOST, VENDOR_AVAGO, VENDOR_MV, VENDOR_NVME}) {
-        played_drive drive(vendor, PD_PROTOCOL_SATA);
-        EXPECT_EQ(flash_pd_fw(&drive.pd, &record), int{RESULT_CONTROLLER_REFUSES});
-    }
-    EXPECT_TRUE(sent.empty());
-    std::signal(SIGTERM, SIG_IGN);  // still held when the process ends
 }
 
 TEST(FirmwareDownload, AnNvmeImageTravelsFromPageBoundaries) {

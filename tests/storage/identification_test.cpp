@@ -50,7 +50,7 @@ bytes inquiry_page(const char* level) {
 struct sata_drive : played_drive {
     bool smart_on;
     std::vector<std::pair<std::string, answer>> first;
-    std::vector<std::string> asked;
+    std::string asked;  // the names of the commands
 
     explicit sata_drive(bool on) : played_drive(VENDOR_HOST, PD_PROTOCOL_SATA), smart_on(on) {
         answers = {[this](sg_io_hdr* header) { return take(header); }, nullptr};
@@ -68,7 +68,7 @@ struct sata_drive : played_drive {
 
     int take(sg_io_hdr* header) {
         const std::string name = name_of(header->cmdp);
-        asked.push_back(name);
+        asked += name + " ";
         if (name == "ENABLE" || name == "DISABLE") {
             EXPECT_EQ(header->cmdp[2], 0);
             EXPECT_EQ(header->dxfer_direction, SG_DXFER_NONE);
@@ -104,17 +104,10 @@ bytes cut(bytes page, size_t length) {
     return page;
 }
 
-using names = std::vector<std::string>;
-
 TEST(Identification, AnAnswerCountsWhenItReachesOverTheLevel) {
     const bytes inquiry = inquiry_page("MVT8");
     const bytes identify = identify_page("MVT8", true);
-    struct {
-        const char* command;
-        answer given;
-        const char* level;  // afterwards
-        int rc;
-    } const rows[] = {
+    const std::tuple<const char*, answer, const char*, int> rows[] = {
         {"inquiry", {cut(inquiry, 36)}, "MVT9LONG", 0},
         {"inquiry", {cut(inquiry, 35)}, "MVT9LONG", 0},
         {"identify", {cut(identify, 176)}, "MVT8", 0},
@@ -133,11 +126,11 @@ TEST(Identification, AnAnswerCountsWhenItReachesOverTheLevel) {
         {"identify", check(2, identify), "MVT9", 90020},
         {"identify", {identify, 2, {0x72, 2, 1}}, "MVT9", 90020},
     };
-    for (const auto& row : rows) {
+    for (const auto& [command, given, level, rc] : rows) {
         sata_drive drive(true);
-        drive.first = {{row.command, row.given}};
-        EXPECT_EQ(get_pd_information(&drive.pd), row.rc) << &row - rows;
-        EXPECT_STREQ(drive.pd.code_level, row.level) << &row - rows;
+        drive.first = {{command, given}};
+        EXPECT_EQ(get_pd_information(&drive.pd), rc) << command;
+        EXPECT_STREQ(drive.pd.code_level, level) << command;
         EXPECT_TRUE(drive.smart_on);
         EXPECT_EQ(drive.pd.handle, 0U);
     }
@@ -170,65 +163,50 @@ TEST(Identification, AskedAgainAfterAUnitAttention) {
         const answer attention = {{}, 2, sense};
         drive.first = {{"inquiry", attention}, {"identify", attention}, {"b0", attention}};
         EXPECT_EQ(get_pd_information(&drive.pd), 0);
-        EXPECT_EQ(drive.asked, (names{"inquiry", "inquiry", "identify", "identify", "b0", "b0"}));
+        EXPECT_EQ(drive.asked, "inquiry inquiry identify identify b0 b0 ");
         EXPECT_EQ(drive.pd.b0_valid, 1);
     }
-    struct {
-        answer given;
-        size_t sent;
-    } const rows[] = {{check(5), 1}, {{{}, 0, {0x70, 0, 6}}, 1}, {{{}, 2, {0x72, 0, 6}}, 1}, {{{}, 8}, 1}};
-    for (const auto& row : rows) {
+    for (const answer& given : {check(5), {{}, 0, {0x70, 0, 6}}, {{}, 2, {0x72, 0, 6}}, {{}, 8}}) {
         sata_drive drive(true);
-        drive.first = {{"identify", row.given}};
+        drive.first = {{"identify", given}};
         EXPECT_EQ(get_pd_indentify(&(drive.pd.handle = 3, drive.pd)), 1);
-        EXPECT_EQ(drive.asked.size(), row.sent) << &row - rows;
+        EXPECT_EQ(drive.asked, "identify ");
     }
     sata_drive drive(true);
     drive.first = {{"identify", check(6)}, {"identify", check(6)}};
     EXPECT_EQ(get_pd_indentify(&(drive.pd.handle = 3, drive.pd)), 1);
-    EXPECT_EQ(drive.asked, (names{"identify", "identify"}));
+    EXPECT_EQ(drive.asked, "identify identify ");
 }
 
 TEST(Identification, SmartIsLeftAsItWasFound) {
     bytes unknown = identify_page("MVT9LONG", false);
     unknown[175] = 0;
     const answer none = check(5);
-    struct {
-        bool on;
-        std::vector<std::pair<std::string, answer>> first;
-        names asked;  // after INQUIRY
-        bool left_on;
-    } const rows[] = {
-        {true, {}, {"identify", "b0"}, true},
-        {false, {}, {"identify", "enable", "identify", "b0", "disable"}, false},
-        {true, {{"identify", none}}, {"identify"}, true},
-        {true, {{"identify", {unknown}}}, {"identify", "b0"}, true},
-        {false, {{"identify", {unknown}}}, {"identify", "b0"}, false},
-        {false,
-         {{"enable", none}, {"disable", none}},
-         {"identify", "enable", "ENABLE", "identify", "b0", "disable", "DISABLE"},
-         false},
+    const answer off = {identify_page("MVT9LONG", false)};
+    const std::tuple<bool, std::vector<std::pair<std::string, answer>>, const char*> rows[] = {
+        {true, {}, "identify b0 "},
+        {false, {}, "identify enable identify b0 disable "},
+        {true, {{"identify", none}}, "identify "},
+        {true, {{"identify", {unknown}}}, "identify b0 "},
+        {false, {{"identify", {unknown}}}, "identify b0 "},
+        {false, {{"enable", none}, {"disable", none}}, "identify enable ENABLE identify b0 disable DISABLE "},
         {false,
          {{"enable", {{}, 0, {}, 0, 0, EIO}}, {"ENABLE", {{}, 0, {}, 7}}},
-         {"identify", "enable", "ENABLE", "b0", "disable"},
-         false},
+         "identify enable ENABLE b0 disable "},
         {false,
-         {{"enable", {{}, 2, {0x72, 1}}}, {"disable", {{}, 0, {}, 0, 8}}},
-         {"identify", "enable", "identify", "b0", "disable"},
-         false},
+         {{"enable", check(1)}, {"disable", {{}, 0, {}, 0, 8}}},
+         "identify enable identify b0 disable "},
         {false,
-         {{"identify", {identify_page("MVT9LONG", false)}}, {"identify", none}, {"b0", none}},
-         {"identify", "enable", "identify", "b0", "disable"},
-         false},
+         {{"identify", off}, {"identify", none}, {"b0", none}},
+         "identify enable identify b0 disable "},
     };
-    for (const auto& row : rows) {
-        sata_drive drive(row.on);
-        drive.first = row.first;
+    for (const auto& [on, first, asked] : rows) {
+        sata_drive drive(on);
+        drive.first = first;
         get_pd_information(&drive.pd);
-        drive.asked.erase(drive.asked.begin());
-        EXPECT_EQ(drive.asked, row.asked) << &row - rows;
-        EXPECT_EQ(drive.smart_on, row.left_on) << &row - rows;
-        EXPECT_STREQ(drive.pd.code_level, row.asked.size() == 1 ? "MVT9" : "MVT9LONG");
+        EXPECT_EQ(drive.asked, std::string("inquiry ") + asked);
+        EXPECT_EQ(drive.smart_on, on) << asked;
+        EXPECT_STREQ(drive.pd.code_level, asked == std::string("identify ") ? "MVT9" : "MVT9LONG");
     }
 }
 

@@ -18,22 +18,18 @@ _pd_info make_drive(uint32_t protocol, const char* part_number, const char* seri
 }
 
 TEST(VendorChecks, TheMakersDrives) {
-    struct {
-        uint32_t protocol;
-        const char* vendor;
-        uint16_t rc;
-    } const rows[] = {
+    const std::tuple<uint32_t, const char*, uint16_t> rows[] = {
         {1, "VELTRA-X", 0}, {1, "VELTRA-Y", 0}, {1, "KRV-ZSQS", 0}, {1, "KRV-ZSQ", 1}, {1, "veltra", 1},
         {1, "VTR", 1},      {1, "", 1},         {2, "VTR", 0},      {2, "VTRX", 0},    {2, "KRV", 0},
         {2, "KR", 1},       {2, "VELTRA", 1},   {5, "VTR", 0},      {7, "KRV", 0},     {5, "X", 1},
         {7, "", 1},         {4, "", 0},         {4, "X", 0},        {0, "VTR", 1},     {6, "VELTRA", 1},
         {8, "VTR", 1},      {3, "VTR", 1},
     };
-    for (const auto& row : rows) {
+    for (const auto& [protocol, vendor, rc] : rows) {
         _pd_info pd = {};
-        pd.protocol = row.protocol;
-        std::strcpy(pd.vendor_id, row.vendor);
-        EXPECT_EQ(is_veltra_disk(&pd), row.rc) << row.protocol << row.vendor;
+        pd.protocol = protocol;
+        std::strcpy(pd.vendor_id, vendor);
+        EXPECT_EQ(is_veltra_disk(&pd), rc) << protocol << vendor;
     }
 }
 
@@ -50,38 +46,25 @@ TEST(VendorChecks, DigitsAndLetters) {
     }
 }
 
+// Part number, serial number ("-" is none), and whether the two were there before.
 TEST(VendorChecks, OneEntryForOneDrive) {
-    struct {
-        const char* part_number;
-        const char* serial_number;
-        int find;
-    } const rows[] = {
-        {"PN1", "SERIAL01", 0},
-        {"PN1", "SERIAL01", 1},
-        {"PN2", "SERIAL01", 0},
-        {"PN1", "SERIAL0", 0},
-        {"PN1", "SERIAL02", 0},
-        {"", "SERIAL01", 0},
-        {"", "SERIAL01", 1},
-        {"PN1", "", 0},
-        {"PN1", "", 0},
-        {"PN1", "SERIAL012", 0},
-        {"PN1", "SERIAL012", 0},
-        {"TWELVECHARS1", "SERIAL01", 0},
-        {"TWELVECHARS1", "SERIAL01", 1},
-        {"TWELVECHARS2", "SERIAL01", 0},
-        {"TWELVECHARS34", "SERIAL01", 0},
-        {"TWELVECHARS34", "SERIAL01", 0},
-        {"TWELVECHARS3", "SERIAL01", 0},
-        {"TWELVECHARS3", "SERIAL01", 1},
-    };
-    for (const auto& row : rows) {
-        _pd_info pd = make_drive(PD_PROTOCOL_SAS, row.part_number, row.serial_number);
-        EXPECT_EQ(check_serial_number(&pd), row.find) << row.part_number << ' ' << row.serial_number;
+    for (const char* row :
+         {"PN1 SERIAL01 0", "PN1 SERIAL01 1", "PN2 SERIAL01 0", "PN1 SERIAL0 0", "PN1 SERIAL02 0",
+          "- SERIAL01 0", "- SERIAL01 1", "PN1 - 0", "PN1 - 0", "PN1 SERIAL012 0", "PN1 SERIAL012 0",
+          "TWELVECHARS1 SERIAL01 0", "TWELVECHARS1 SERIAL01 1", "TWELVECHARS2 SERIAL01 0",
+          "TWELVECHARS34 SERIAL01 0", "TWELVECHARS34 SERIAL01 0", "TWELVECHARS3 SERIAL01 0",
+          "TWELVECHARS3 SERIAL01 1"}) {
+        std::istringstream words(row);
+        std::string part_number;
+        std::string serial_number;
+        int find = 0;
+        words >> part_number >> serial_number >> find;
+        _pd_info pd = make_drive(PD_PROTOCOL_SAS, part_number == "-" ? "" : part_number.c_str(),
+                                 serial_number == "-" ? "" : serial_number.c_str());
+        EXPECT_EQ(check_serial_number(&pd), find) << row;
     }
     EXPECT_EQ(sno_count, 14U);
-    EXPECT_EQ(bytes_of(sno_list[6]),
-              (bytes{'P', 'N', '1', 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0}));
+    EXPECT_EQ(bytes_of(sno_list[6]), hex("50 4E 31", sizeof(sno_list[6])));
     EXPECT_EQ(std::string(sno_list[9].part_number, 20), "TWELVECHARS1SERIAL01");
     sno_count = max_drives;
     _pd_info pd = make_drive(PD_PROTOCOL_SAS, "PN", "NEW");
@@ -90,13 +73,7 @@ TEST(VendorChecks, OneEntryForOneDrive) {
 }
 
 TEST(VendorChecks, SataSerialSubstitute) {
-    struct {
-        uint32_t protocol;
-        uint8_t b0_valid;
-        const char* serial_number;
-        const char* device_serial;
-        const char* taken;
-    } const rows[] = {
+    const std::tuple<uint32_t, uint8_t, const char*, const char*, const char*> rows[] = {
         {2, 1, "SERIAL01", "ABCDEFGHIJKLMN", "SERIAL01"},
         {2, 0, "SERIAL01", "ABCDEFGHIJKLMN", "GHIJKLMN"},
         {2, 1, "SERIAL0", "ABCDEFGH", "ABCDEFGH"},
@@ -108,12 +85,12 @@ TEST(VendorChecks, SataSerialSubstitute) {
         {5, 0, "", "ABCDEFGH", ""},
         {7, 0, "", "ABCDEFGH", ""},
     };
-    for (const auto& row : rows) {
-        _pd_info pd = make_drive(row.protocol, "PN", row.serial_number);
-        pd.b0_valid = row.b0_valid;
-        std::strcpy(pd.device_serial, row.device_serial);
+    for (const auto& [protocol, b0_valid, serial_number, device_serial, taken] : rows) {
+        _pd_info pd = make_drive(protocol, "PN", serial_number);
+        pd.b0_valid = b0_valid;
+        std::strcpy(pd.device_serial, device_serial);
         check_serial_number(&pd);
-        EXPECT_STREQ(pd.serial_number, row.taken);
+        EXPECT_STREQ(pd.serial_number, taken);
     }
 }
 

@@ -6,6 +6,7 @@
 #include <cstdint>
 #include <cstdio>
 #include <functional>
+#include <sstream>
 #include <string>
 #include <vector>
 
@@ -13,6 +14,20 @@ using bytes = std::vector<uint8_t>;
 
 inline bytes repeat(size_t count, uint8_t value) {
     return bytes(count, value);
+}
+
+// Hexadecimal bytes put into `data` from `at` on.
+inline bytes hex_at(size_t at, const std::string& text, bytes data = bytes(512)) {
+    std::istringstream stream(text);
+    for (unsigned int byte = 0; stream >> std::hex >> byte;) {
+        data.at(at++) = static_cast<uint8_t>(byte);
+    }
+    return data;
+}
+
+// The bytes of "9E 10", and zeroes up to `size` of them.
+inline bytes hex(const std::string& text, size_t size = 0) {
+    return hex_at(0, text, bytes(size != 0 ? size : (text.size() + 1) / 3));
 }
 
 inline void put(bytes& page, size_t offset, const std::string& text) {

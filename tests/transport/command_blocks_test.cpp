@@ -8,44 +8,26 @@ namespace {
 
 uint8_t data[131072];
 
-struct scsi_row {
-    uint16_t code, mode;
-    uint32_t page, param, length;
-    uint16_t cdb_length;
-    io_direction_t direction;
-    bytes cdb;
-};
-
 TEST(CommandBlocks, ScsiCdbs) {
-    const scsi_row rows[] = {
-        {SCSI_INQUIRY, 9, 0, 9, 512, 6, IO_DIR_IN, {0x12, 0, 0, 2, 0}},
-        {SCSI_INQUIRY, 0, 0xC4, 0, 0x1FE, 6, IO_DIR_IN, {0x12, 1, 0xC4, 1, 0xFE}},
-        {SCSI_LOG_SENSE, 0, 0x34, 5, 512, 10, IO_DIR_IN, {0x4D, 0, 0x74, 5, 0, 0, 0, 2, 0}},
-        {SCSI_READ_CAPACITY_16,
-         0,
-         0,
-         0,
-         8,
-         16,
-         IO_DIR_IN,
-         {0x9E, 0x10, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0x20}},
-        {SCSI_READ_CAPACITY_10, 0, 0, 0, 8, 10, IO_DIR_IN, {0x25}},
-        {SCSI_WRITE_BUFFER,
-         7,
-         0,
-         0x123456,
-         0x8001,
-         10,
-         IO_DIR_OUT,
-         {0x3B, 7, 0, 0x12, 0x34, 0x56, 0, 0x80, 1}},
+    struct {
+        uint16_t code, mode;
+        uint32_t page, param, length;
+        uint16_t cdb_length;
+        io_direction_t direction;
+        const char* cdb;
+    } const rows[] = {
+        {SCSI_INQUIRY, 9, 0, 9, 512, 6, IO_DIR_IN, "12 00 00 02 00"},
+        {SCSI_INQUIRY, 0, 0xC4, 0, 0x1FE, 6, IO_DIR_IN, "12 01 C4 01 FE"},
+        {SCSI_LOG_SENSE, 0, 0x34, 5, 512, 10, IO_DIR_IN, "4D 00 74 05 00 00 00 02 00"},
+        {SCSI_READ_CAPACITY_16, 1, 2, 3, 8, 16, IO_DIR_IN, "9E 10 00 00 00 00 00 00 00 00 00 00 00 20"},
+        {SCSI_READ_CAPACITY_10, 1, 2, 3, 8, 10, IO_DIR_IN, "25"},
+        {SCSI_WRITE_BUFFER, 7, 0, 0x123456, 0x8001, 10, IO_DIR_OUT, "3B 07 00 12 34 56 00 80 01"},
     };
-    for (const scsi_row& row : rows) {
+    for (const auto& row : rows) {
         _scsi_cmd_in cmd = {};
         EXPECT_EQ(set_scsi_command(nullptr, row.code, &cmd, row.mode, row.page, row.param, data, row.length),
                   0);
-        bytes cdb = row.cdb;
-        cdb.resize(16);
-        EXPECT_EQ(bytes_of(cmd.cdb), cdb) << row.code;
+        EXPECT_EQ(bytes_of(cmd.cdb), hex(row.cdb, 16)) << row.code;
         EXPECT_EQ(cmd.cdb_length, row.cdb_length);
         EXPECT_EQ(cmd.direction, row.direction);
         EXPECT_EQ(cmd.data_length, row.length);
@@ -54,88 +36,34 @@ TEST(CommandBlocks, ScsiCdbs) {
     }
 }
 
-struct ata_row {
-    uint16_t code, address, subcommand;
-    uint32_t length;
-    bool has_data;
-    io_direction_t direction;
-    bytes registers;  // features, sector count, LBA low, mid, high, device, command
-    bytes cdb;        // first three bytes of the translation
-};
-
+// Registers: features, sector count, LBA low, mid, high, device, command; they follow three bytes in the CDB.
 TEST(CommandBlocks, AtaRegistersAndTheirTranslation) {
-    const ata_row rows[] = {
-        {ATA_IDENTIFY_DEVICE, 0, 0, 512, true, IO_DIR_IN, {0, 1, 0, 0x4F, 0xC2, 0, 0xEC}, {0xA1, 8, 0x0E}},
-        {ATA_SMART_READ_DATA, 7, 7, 512, true, IO_DIR_IN, {0xD0, 1, 1, 0x4F, 0xC2, 0, 0xB0}, {0xA1, 8, 0x0E}},
-        {ATA_SMART_READ_LOG,
-         0x1B0,
-         7,
-         512,
-         true,
-         IO_DIR_IN,
-         {0xD5, 1, 0xB0, 0x4F, 0xC2, 0, 0xB0},
-         {0xA1, 8, 0x0E}},
-        {ATA_SMART_ENABLE_OPERATIONS,
-         7,
-         7,
-         9,
-         false,
-         IO_DIR_IN,
-         {0xD8, 0, 1, 0x4F, 0xC2, 0, 0xB0},
-         {0xA1, 8, 0x0E}},
-        {ATA_SMART_DISABLE_OPERATIONS,
-         7,
-         7,
-         9,
-         false,
-         IO_DIR_IN,
-         {0xD9, 0, 1, 0x4F, 0xC2, 0, 0xB0},
-         {0xA1, 8, 0x0E}},
-        {ATA_SMART_RETURN_STATUS,
-         7,
-         7,
-         32,
-         true,
-         IO_DIR_NONE,
-         {0xDA, 0, 0, 0x4F, 0xC2, 0, 0xB0},
-         {0xA1, 6, 0x24}},
-        {ATA_DOWNLOAD_MICROCODE,
-         0x1234,
-         0x103,
-         1000,
-         true,
-         IO_DIR_OUT,
-         {3, 2, 0, 0x34, 0x12, 0, 0x92},
-         {0xA1, 0x0A, 0xC6}},
-        {ATA_DOWNLOAD_MICROCODE, 0, 3, 1024, true, IO_DIR_OUT, {3, 2, 0, 0, 0, 0, 0x92}, {0xA1, 0x0A, 0xC6}},
-        {ATA_DOWNLOAD_MICROCODE,
-         64,
-         7,
-         131072,
-         true,
-         IO_DIR_OUT,
-         {7, 0, 1, 64, 0, 0, 0x92},
-         {0xA1, 0x0A, 0xC6}},
-        {ATA_DOWNLOAD_MICROCODE,
-         64,
-         7,
-         131073,
-         true,
-         IO_DIR_OUT,
-         {7, 1, 1, 64, 0, 0, 0x92},
-         {0xA1, 0x0A, 0xC6}},
+    struct {
+        uint16_t code, address, subcommand;
+        uint32_t length;
+        bool has_data;
+        io_direction_t direction;
+        const char *start, *registers;
+    } const rows[] = {
+        {ATA_IDENTIFY_DEVICE, 0, 0, 512, true, IO_DIR_IN, "A1 08 0E ", "00 01 00 4F C2 00 EC"},
+        {ATA_SMART_READ_DATA, 7, 7, 512, true, IO_DIR_IN, "A1 08 0E ", "D0 01 01 4F C2 00 B0"},
+        {ATA_SMART_READ_LOG, 0x1B0, 7, 512, true, IO_DIR_IN, "A1 08 0E ", "D5 01 B0 4F C2 00 B0"},
+        {ATA_SMART_ENABLE_OPERATIONS, 7, 7, 9, false, IO_DIR_IN, "A1 08 0E ", "D8 00 01 4F C2 00 B0"},
+        {ATA_SMART_DISABLE_OPERATIONS, 7, 7, 9, false, IO_DIR_IN, "A1 08 0E ", "D9 00 01 4F C2 00 B0"},
+        {ATA_SMART_RETURN_STATUS, 7, 7, 32, true, IO_DIR_NONE, "A1 06 24 ", "DA 00 00 4F C2 00 B0"},
+        {ATA_DOWNLOAD_MICROCODE, 0x1234, 0x103, 1000, true, IO_DIR_OUT, "A1 0A C6 ", "03 02 00 34 12 00 92"},
+        {ATA_DOWNLOAD_MICROCODE, 0, 3, 1024, true, IO_DIR_OUT, "A1 0A C6 ", "03 02 00 00 00 00 92"},
+        {ATA_DOWNLOAD_MICROCODE, 64, 7, 131072, true, IO_DIR_OUT, "A1 0A C6 ", "07 00 01 40 00 00 92"},
+        {ATA_DOWNLOAD_MICROCODE, 64, 7, 131073, true, IO_DIR_OUT, "A1 0A C6 ", "07 01 01 40 00 00 92"},
     };
-    for (const ata_row& row : rows) {
+    for (const auto& row : rows) {
         _ata_cmd_in ata = {};
         _scsi_cmd_in scsi = {};
         EXPECT_EQ(set_ata_command(nullptr, row.code, &ata, row.address, row.subcommand, data, row.length), 0);
-        EXPECT_EQ((bytes{&ata.features, &ata.command + 1}), row.registers) << row.code;
+        EXPECT_EQ((bytes{&ata.features, &ata.command + 1}), hex(row.registers)) << row.code;
         EXPECT_EQ(bytes_of(ata.previous), repeat(7, 0));
         EXPECT_EQ(set_ata_scsi_command(nullptr, &scsi, &ata), 0);
-        bytes cdb = row.cdb;
-        cdb.insert(cdb.end(), row.registers.begin(), row.registers.end());
-        cdb.resize(16);
-        EXPECT_EQ(bytes_of(scsi.cdb), cdb) << row.code;
+        EXPECT_EQ(bytes_of(scsi.cdb), hex(std::string(row.start) + row.registers, 16)) << row.code;
         EXPECT_EQ(scsi.cdb_length, 12);
         EXPECT_EQ(ata.direction, row.direction);
         EXPECT_EQ(scsi.direction, row.direction);

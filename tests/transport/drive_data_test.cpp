@@ -32,35 +32,30 @@ std::string text_of(const bytes& page, size_t offset, size_t width) {
 }
 
 TEST(DriveData, InquiryByVendorAndType) {
-    struct {
-        const char* vendor;
-        uint8_t type;
-        uint32_t protocol;
-        const char* vendor_id;
-    } const rows[] = {
+    const std::tuple<const char*, uint8_t, uint32_t, const char*> rows[] = {
         {"ATA     ", 0, PD_PROTOCOL_SATA, "kept"},    {"NVMe    ", 0, PD_PROTOCOL_NVME, "kept"},
         {"VELTRA-X", 0, PD_PROTOCOL_SAS, "VELTRA-X"}, {"VELTRA  ", 0, PD_PROTOCOL_SAS, "VELTRA  "},
         {"NVMe-   ", 0, PD_PROTOCOL_SAS, "NVMe-   "}, {"ATAX    ", 0, PD_PROTOCOL_SAS, "ATAX    "},
     };
-    for (const auto& row : rows) {
+    for (const auto& [vendor, type, protocol, vendor_id] : rows) {
         bytes page = marked_page(512);
-        page[0] = row.type;
-        put(page, 8, row.vendor);
+        page[0] = type;
+        put(page, 8, vendor);
         put(page, 16, " Model with tail");
         put(page, 32, "1A  ");
         put(page, 114, "\n FRU\n 456 \n");
         _pd_info pd = {};
         set(pd.vendor_id, "kept");
         _pd_info expected = pd;
-        expected.protocol = row.protocol;
-        set(expected.vendor_id, row.vendor_id);
+        expected.protocol = protocol;
+        set(expected.vendor_id, vendor_id);
         set(expected.product_id, " Model with tail");
         set(expected.code_level, "1A");
         set(expected.device_serial, text_of(page, 36, 8).c_str());
         set(expected.fru, "FRU\n 456");
         set(expected.dummy, text_of(page, 136, 12).c_str());
         parse_inquery(&pd, page.data(), 512);
-        EXPECT_EQ(bytes_of(pd), bytes_of(expected)) << row.vendor;
+        EXPECT_EQ(bytes_of(pd), bytes_of(expected)) << vendor;
     }
     for (const uint8_t peripheral : bytes{0x0D, 0x20, 0x7F}) {
         bytes other = marked_page(512);
@@ -73,28 +68,26 @@ TEST(DriveData, InquiryByVendorAndType) {
 }
 
 TEST(DriveData, VendorPageC4ByRevisionAndLength) {
-    struct {
-        uint8_t code, revision, length;
-        uint32_t rc;
-    } const rows[] = {{0xC4, 1, 36, 0}, {0xC4, 1, 35, 90006}, {0xC4, 2, 96, 0},     {0xC4, 2, 36, 90006},
-                      {0xC4, 3, 0, 0},  {0xC4, 0, 255, 0},    {0xC3, 1, 36, 90005}, {0, 0, 0, 90005}};
-    for (const auto& row : rows) {
+    const std::tuple<uint8_t, uint8_t, uint8_t, uint32_t> rows[] = {
+        {0xC4, 1, 36, 0}, {0xC4, 1, 35, 90006}, {0xC4, 2, 96, 0},     {0xC4, 2, 36, 90006},
+        {0xC4, 3, 0, 0},  {0xC4, 0, 255, 0},    {0xC3, 1, 36, 90005}, {0, 0, 0, 90005}};
+    for (const auto& [code, revision, length, rc] : rows) {
         bytes page = marked_page(512);
-        page[1] = row.code;
-        page[3] = row.length;
-        page[11] = row.revision;
+        page[1] = code;
+        page[3] = length;
+        page[11] = revision;
         put(page, 28, "  PN12345678");
         _pd_info pd = {};
         set(pd.part_number_8s, "8S");
         _pd_info expected = pd;
-        if (row.rc == 0) {
+        if (rc == 0) {
             expected.c4_valid = 1;
             set(expected.serial_number, text_of(page, 12, 8).c_str());
             set(expected.part_number, "PN12345678");
             set(expected.part_number_8s, "");
         }
-        EXPECT_EQ(parse_vpd_c4(&pd, page.data(), 512), row.rc);
-        EXPECT_EQ(bytes_of(pd), bytes_of(expected)) << int{row.revision};
+        EXPECT_EQ(parse_vpd_c4(&pd, page.data(), 512), rc);
+        EXPECT_EQ(bytes_of(pd), bytes_of(expected)) << int{revision};
     }
 }
 
@@ -122,8 +115,7 @@ TEST(DriveData, IdentifyDevice) {
     for (size_t i = 0; i < text.size(); ++i) {
         page[20 + (i ^ 1)] = text[i];
     }
-    const bytes sectors = {0x78, 0x56, 0x34, 0x12, 0x02, 0x01, 0, 0};
-    std::copy(sectors.begin(), sectors.end(), page.begin() + 200);
+    page = hex_at(200, "78 56 34 12 02 01 00 00", page);
     drive_sizes[0] = {0x102, 0x12345678, 960};
     drive_sizes_size = 1;
     _pd_info pd = {};
@@ -136,28 +128,26 @@ TEST(DriveData, IdentifyDevice) {
     set(expected.vendor_id, "0VTR");
     expected.size = 960;
     // Words 82 and 83 (supported), 85 and 87 (enabled): bit 0 counts where bits 15:14 of the second are 01b.
-    struct {
-        uint8_t word82, word83_high, word85, word87_high;
-        uint16_t supported, enabled;
-    } const rows[] = {{1, 0x40, 0, 0x40, 1, 0},
-                      {0, 0x7F, 1, 0x7F, 0, 1},
-                      {0xFE, 0x40, 0xFF, 0x40, 0, 1},
-                      {1, 0x00, 1, 0xC0, 0xFFFF, 0xFFFF},
-                      {1, 0x80, 1, 0x80, 0xFFFF, 0xFFFF}};
-    for (const auto& row : rows) {
-        page[164] = row.word82;
-        page[167] = row.word83_high;
-        page[170] = row.word85;
-        page[175] = row.word87_high;
-        expected.smart_supported = row.supported;
-        expected.smart_enabled = row.enabled;
+    const std::tuple<uint8_t, uint8_t, uint8_t, uint8_t, uint16_t, uint16_t> rows[] = {
+        {1, 0x40, 0, 0x40, 1, 0},
+        {0, 0x7F, 1, 0x7F, 0, 1},
+        {0xFE, 0x40, 0xFF, 0x40, 0, 1},
+        {1, 0x00, 1, 0xC0, 0xFFFF, 0xFFFF},
+        {1, 0x80, 1, 0x80, 0xFFFF, 0xFFFF}};
+    for (const auto& [word82, word83_high, word85, word87_high, supported, enabled] : rows) {
+        page[164] = word82;
+        page[167] = word83_high;
+        page[170] = word85;
+        page[175] = word87_high;
+        expected.smart_supported = supported;
+        expected.smart_enabled = enabled;
         parse_identify(&pd, page.data(), 512);
         EXPECT_EQ(bytes_of(pd), bytes_of(expected));
     }
 }
 
 TEST(DriveData, Capacities) {
-    const bytes data = {1, 2, 3, 4, 5, 6, 7, 8};
+    const bytes data = hex("01 02 03 04 05 06 07 08");
     _pd_info pd = {};
     parse_scsi_capacity_16(&pd, data.data(), 32);
     EXPECT_EQ(pd.lba_high, 0x01020304U);
@@ -215,63 +205,52 @@ TEST(DriveData, NvmeVendorPageByRevision) {
             EXPECT_EQ(bytes_of(info), bytes_of(expected)) << int{revision} << ' ' << int{led};
         }
     }
-    bytes other = marked_page(1024);
-    other[1] = 0xDF;
     nvme_device_info info = {};
     info.e0_available = 1;
     nvme_device_info expected = {};
     expected.endurance = '4';
-    parse_nvme_page(4, &info, other.data(), 1024);
+    parse_nvme_page(4, &info, marked_page(1024).data(), 1024);
     EXPECT_EQ(bytes_of(info), bytes_of(expected));
 }
 
 TEST(DriveData, NvmeHealthLog) {
     bytes log = marked_page(512);
-    log[0] = 0x05;
-    for (size_t i = 0; i < 10; ++i) {
-        std::fill_n(log.begin() + 32 + static_cast<std::ptrdiff_t>(16 * i), 16, uint8_t{0});
-        log[32 + 16 * i] = static_cast<uint8_t>(i + 1);
-        log[33 + 16 * i] = 1;
+    for (size_t at = 32; at < 192; at += 16) {  // ten counters of 128 bits, 257 and on
+        std::fill_n(log.begin() + static_cast<std::ptrdiff_t>(at), 16, uint8_t{0});
+        log[at] = static_cast<uint8_t>(at / 16 - 1);
+        log[at + 1] = 1;
     }
-    struct {
-        uint16_t kelvin;
-        int celsius;
-    } const rows[] = {{310, 36}, {273, 0}, {274, 0}, {275, 1}, {0, -273}, {0xFFFF, 65261}};
-    for (const auto& row : rows) {
-        log[1] = static_cast<uint8_t>(row.kelvin);
-        log[2] = static_cast<uint8_t>(row.kelvin >> 8);
+    const std::tuple<uint8_t, uint16_t, int> rows[] = {{0x05, 310, 36}, {0x1A, 273, 0}, {0, 274, 0},
+                                                       {0xE0, 275, 1},  {31, 0, -273},  {1, 65535, 65261}};
+    for (const auto& [warning, kelvin, celsius] : rows) {
+        log[0] = warning;
+        log[1] = static_cast<uint8_t>(kelvin);
+        log[2] = static_cast<uint8_t>(kelvin >> 8);
         nvme_device_info info = {};
         info.backup_failed = 1;
         parse_nvme_smart_data(&info, log.data());
-        EXPECT_EQ(info.temperature, row.celsius);
+        EXPECT_EQ(info.temperature, celsius);
         EXPECT_EQ(info.available_spare, 0x33U);
         EXPECT_EQ(info.used, 0x35U);
-        const long double counters[] = {info.data_units_read,      info.data_units_written,
-                                        info.host_read_commands,   info.host_write_commands,
-                                        info.controller_busy_time, info.power_cycles,
-                                        info.power_on_hours,       info.unsafe_shutdowns,
-                                        info.media_errors,         info.error_log_entries};
-        for (int i = 0; i < 10; ++i) {
-            EXPECT_EQ(counters[i], 257 + i);
-        }
-        EXPECT_EQ((std::vector<uint32_t>{info.spare_below_threshold, info.temperature_exceeded,
-                                         info.reliability_degraded, info.read_only, info.backup_failed}),
-                  (std::vector<uint32_t>{1, 0, 1, 0, 0}));
+        const std::vector<long double> counters = {info.data_units_read,      info.data_units_written,
+                                                   info.host_read_commands,   info.host_write_commands,
+                                                   info.controller_busy_time, info.power_cycles,
+                                                   info.power_on_hours,       info.unsafe_shutdowns,
+                                                   info.media_errors,         info.error_log_entries};
+        EXPECT_EQ(counters, (std::vector<long double>{257, 258, 259, 260, 261, 262, 263, 264, 265, 266}));
+        EXPECT_EQ(info.spare_below_threshold + 2 * info.temperature_exceeded + 4 * info.reliability_degraded +
+                      8 * info.read_only + 16 * info.backup_failed,
+                  warning & 31U);
     }
-    log[0] = 0x1A;
     std::fill_n(log.begin() + 48, 16, uint8_t{0xFF});
     nvme_device_info info = {};
     set_debug(1);
     EXPECT_NE(output_of([&] {
                   parse_nvme_smart_data(&info, log.data());
-              }).find("SMART Information: temperaturre:65261, used:53,data_units_write:FFFFFFFFFFFFFFFFh\n"),
+              }).find("data_units_write:FFFFFFFFFFFFFFFFh\n"),
               std::string::npos);
     set_debug(0);
-    EXPECT_EQ(info.temperature_exceeded + 2 * info.read_only + 4 * info.backup_failed, 7U);
-    EXPECT_EQ(info.spare_below_threshold + info.reliability_degraded, 0U);
-    bytes high = repeat(16, 0);
-    high[15] = 1;
-    EXPECT_EQ(int128_to_double(high.data()), 1329227995784915872903807060280344576.0L);
+    EXPECT_EQ(int128_to_double(hex_at(15, "01", bytes(16)).data()), 1329227995784915872903807060280344576.0L);
 }
 
 }  // namespace
