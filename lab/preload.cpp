@@ -294,9 +294,12 @@ int openat(int directory, const char* path, int flags, ...) {
 int openat64(int directory, const char* path, int flags, ...) __attribute__((alias("openat")));
 
 int stat(const char* path, struct stat* status) noexcept {
-    using stat_call = int(const char*, struct stat*);
-    static auto* const next = next_function<stat_call>("stat");
-    return stat_node(path, status) ? 0 : next(host_path(path).c_str(), status);
+    return stat_node(path, status) ? 0 : fstatat(AT_FDCWD, host_path(path).c_str(), status, 0);
+}
+
+// The name that programs call which were built with a C library before 2.33.
+int __xstat(int /*version*/, const char* path, struct stat* status) noexcept {
+    return stat(path, status);
 }
 
 std::FILE* fopen(const char* path, const char* mode) {
