@@ -19,8 +19,9 @@ struct crew {
 };
 
 // Starts threads that each call work(context): at most one for each of `tasks`, no more than there may be
-// jobs, than descriptors are free, or than the system gives. Returns how many; with none, which is all without
-// jobs, the caller does the work itself. Signals are held from then on: watch_signals in common/signals.h.
+// jobs, than descriptors are free, or than the system gives. Returns how many; with none, which is all
+// without jobs, the caller does the work itself. Signals are held from then on: watch_signals in
+// common/signals.h.
 uint32_t start_crew(crew* threads, uint32_t tasks, void (*work)(void* context), void* context);
 
 // Waits until all threads have returned, and lets go of the signals.
