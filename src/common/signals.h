@@ -1,5 +1,5 @@
-// Signals, downloads and threads: from the first download of a run on, none ends the run before the drive's line is
-// printed, and none has a command sent twice.
+// Signals, downloads and threads: from the first download of a run on, none ends the run before the drive's
+// line is printed, and none has a command sent twice.
 #pragma once
 
 #include <csignal>

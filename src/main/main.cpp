@@ -54,9 +54,9 @@ int decimal(const char* text) {
     return text != nullptr ? static_cast<int>(std::strtol(text, nullptr, 10)) : 0;
 }
 
-// Whether `argument` is the switch `name` or an abbreviation of it with at least `shortest` characters, as the
-// operations' own option scan takes it; *value receives what may stand behind a '=', or else the next argument.
-// Without a value it is the empty text, which is no file and no number.
+// Whether `argument` is the switch `name` or an abbreviation of it with at least `shortest` characters, as
+// the operations' own option scan takes it; *value receives what may stand behind a '=', or else the next
+// argument. Without a value it is the empty text, which is no file and no number.
 bool is_switch(const char* name, size_t shortest, const char* argument, const char* next,
                const char** value) {
     const size_t length = std::strcspn(argument, "=");
@@ -114,8 +114,9 @@ int get_operation(int argc, char** argv) {
     return 0;
 }
 
-// The report of a run is begun before the run; find runs on without one, and without jobs. A check has none of
-// the ways of a flash to a download. Traces and dumps are of one drive after the other, and so are downloads.
+// The report of a run is begun before the run; find runs on without one, and without jobs. A check has none
+// of the ways of a flash to a download. Traces and dumps are of one drive after the other, and so are
+// downloads.
 int run_operation(int argc, char** argv) {
     const bool check = opt == OPERATION_CHECK || (opt == OPERATION_FLASH && check_seen);
     const uint32_t jobs_wanted = read_jobs();
