@@ -222,4 +222,37 @@ TEST(HostDevice, AHandleIsNoStandardStream) {
     close(kept);
 }
 
+// Host status, SCSI status, sense key in fixed format, residual, errno; and how many of the 8 bytes came.
+TEST(HostDevice, WhatDidNotComeIsZero) {
+    const std::tuple<uint16_t, uint8_t, uint8_t, int, int, uint32_t> rows[] = {
+        {0, 0, 0, 0, 0, 8},  {0, 0, 0, 3, 0, 5}, {0, 0, 0, 8, 0, 0}, {0, 0, 0, 9, 0, 0},
+        {0, 0, 0, -1, 0, 8}, {3, 0, 0, 0, 0, 0}, {0, 2, 1, 0, 0, 8}, {0, 2, 0, 1, 0, 7},
+        {0, 2, 2, 0, 0, 0},  {0, 8, 5, 0, 0, 0}, {0, 0, 5, 2, 0, 6}, {0, 0, 0, 0, EIO, 0},
+    };
+    for (const auto& [host, status, key, residual, error, received] : rows) {
+        answers.scsi = [host = host, status = status, key = key, residual = residual,
+                        error = error](sg_io_hdr* to) {
+            std::memset(to->dxferp, 0xDA, to->dxfer_len);
+            to->host_status = host;
+            to->status = status;
+            to->resid = residual;
+            to->sbp[0] = 0x70;
+            to->sbp[2] = key;
+            errno = error;
+            return error != 0 ? -1 : 0;
+        };
+        uint8_t data[8] = {1, 2, 3, 4, 5, 6, 7, 8};
+        _scsi_cmd_in in = {};
+        in.direction = IO_DIR_IN;
+        in.data = data;
+        in.data_length = sizeof(data);
+        _scsi_cmd_out out = {};
+        EXPECT_EQ(scsi_command_host(3, &in, &out), error != 0 ? 1 : 0);
+        EXPECT_EQ(out.received, received) << residual;
+        bytes expected = repeat(received, 0xDA);
+        expected.resize(8);
+        EXPECT_EQ(bytes_of(data), expected) << residual;
+    }
+}
+
 }  // namespace
