@@ -1,4 +1,4 @@
-"""How both programs are linked and compiled against what a fault could make of them."""
+"""How both programs are linked and compiled against what a fault could make of them, and a start without descriptors."""
 import os
 import subprocess
 
@@ -20,3 +20,10 @@ def test_program_is_hardened(program):
         code = subprocess.run(["objdump", "-d", f"{BUILD}/{program}"], capture_output=True, text=True, timeout=60,
                               check=True).stdout
         assert "endbr64" in code.split("<main>:\n")[1].splitlines()[0]
+
+
+@pytest.mark.skipif(SANITIZED, reason="the sanitizers need descriptors themselves")
+@pytest.mark.parametrize("operation, status", [("find", 0), ("flash", 4), ("smart", 4), ("check", 4), ("profile", 0)])
+def test_a_run_without_standard_descriptors_ends(operation, status):
+    command = ["bash", "-c", 'exec prlimit --nofile=1 "$0/mirvok" "$1" <&- >&- 2>&-', BUILD, operation]
+    assert subprocess.run(command, timeout=60, check=False).returncode == status
