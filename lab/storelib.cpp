@@ -1,4 +1,6 @@
 // The five storelib stand-ins: one 40-byte record per request, checked before it is answered.
+#include <cstring>
+
 #include "common/bytes.h"
 #include "controllers.h"
 #include "memory.h"
@@ -16,6 +18,14 @@ constexpr size_t record_size = 40;
 constexpr size_t frame_header = 64;
 constexpr size_t chunk_size = 32768;
 constexpr size_t pd_info_size = 512;
+
+// The program's record and the pointers within are memory of this computer, in its byte order.
+template <typename T>
+T load_host(const bytes& record, size_t offset) {
+    T value{};
+    std::memcpy(&value, &record[offset], sizeof(value));
+    return value;
+}
 
 // Where the replies hold what they say.
 constexpr size_t info_state = 184;
@@ -157,7 +167,7 @@ uint32_t answer_controller_info(request& r) {
 uint32_t answer_announce(request& r) {
     bytes block(40);
     const uint32_t device = load_le16(&r.buffer[16]);
-    const auto* const pointer = reinterpret_cast<const void*>(load_le64(&r.buffer[28]));  // NOLINT
+    const auto* const pointer = load_host<const void*>(r.buffer, 28);
     const bool record = load_le32(r.buffer.data()) == block.size() && load_le32(&r.buffer[4]) == 0x01130200 &&
                         all_zero(r.buffer, 8, 12) && r.buffer[12] == 1 && all_zero(r.buffer, 13, 16) &&
                         all_zero(r.buffer, 18, 28);
@@ -327,10 +337,10 @@ extern "C" uint32_t mirvok_lab_storelib(uint32_t type, const void* parameter, vo
     if (!demand(copy_in(record.data(), parameter, record_size), r.title, "record out of reach")) {
         return status_invalid;
     }
-    r.controller = mirvok::load_le32(&record[4]);
-    r.device = mirvok::load_le16(&record[8]);
-    r.size = mirvok::load_le32(&record[28]);
-    r.user = reinterpret_cast<void*>(mirvok::load_le64(&record[32]));  // NOLINT(performance-no-int-to-ptr)
+    r.controller = load_host<uint32_t>(record, 4);
+    r.device = load_host<uint16_t>(record, 8);
+    r.size = load_host<uint32_t>(record, 28);
+    r.user = load_host<void*>(record, 32);
     const auto* const row = std::ranges::find_if(request_rows, [&](const request_row& candidate) {
         return candidate.type == record[0] && candidate.command == record[1];
     });

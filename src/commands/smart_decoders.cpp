@@ -16,20 +16,12 @@ namespace {
 
 constexpr size_t entry_count = 30;
 
-// One entry of the ATA attribute table, decoded; hex-dumped whole.
-struct ata_attribute {
-    uint64_t id;
-    uint64_t current;
-    uint64_t worst;
-    uint64_t raw;
-};
-static_assert(sizeof(ata_attribute) == 32);
-
 constexpr size_t ata_table = 2;
 constexpr size_t ata_entry_size = 12;
 constexpr size_t ata_current = 3;
 constexpr size_t ata_worst = 4;
 constexpr size_t ata_raw = 5;
+constexpr size_t ata_raw_size = 6;
 
 constexpr size_t sas_table = 4;
 constexpr size_t sas_dump_size = 16;
@@ -131,6 +123,16 @@ void decode_page(const uint8_t* page, const page_layout& layout, sas_entry* entr
     }
 }
 
+// An entry of the ATA attribute table as four little-endian 64-bit numbers: id, current, worst, raw value.
+void dump_attribute(const uint8_t* entry) {
+    uint8_t numbers[32] = {};
+    numbers[0] = entry[0];
+    numbers[8] = entry[ata_current];
+    numbers[16] = entry[ata_worst];
+    std::memcpy(&numbers[24], entry + ata_raw, ata_raw_size);
+    hexDump("Logs:", numbers, sizeof(numbers));
+}
+
 // Takes the value that the first of the record's ids equal to `id` stands for. Returns whether it was the
 // host-writes counter.
 bool take_value(_smart_info* info, const _smart_profile_record* record, uint64_t id, uint64_t life,
@@ -212,13 +214,12 @@ void parse_veltra_smart_info_ata(const void* data, unsigned int kind, _smart_inf
     for (size_t i = 0; kind == ATA_SMART_READ_DATA && i < entry_count; ++i, entry += ata_entry_size) {
         const uint64_t raw =
             load_le32(entry + ata_raw) | static_cast<uint64_t>(load_le16(entry + ata_raw + 4)) << 32;
-        const ata_attribute attribute = {entry[0], entry[ata_current], entry[ata_worst], raw};
-        take_power_on_hours(info, attribute.id, raw & UINT32_MAX);
-        if (take_value(info, record, attribute.id, attribute.current, raw & 0xFF, raw)) {
+        take_power_on_hours(info, entry[0], raw & UINT32_MAX);
+        if (take_value(info, record, entry[0], entry[ata_current], raw & 0xFF, raw)) {
             TRACE_PRINT("host write lbal:%lXh", raw);
         }
         if (get_debug() != 0) {
-            hexDump("Logs:", &attribute, sizeof(attribute));
+            dump_attribute(entry);
             hexDump("SMART:", entry, ata_entry_size);
         }
     }

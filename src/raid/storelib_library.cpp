@@ -104,7 +104,7 @@ void load_dlls_avago(lib_info_entry* lib_info) {
     begin_unbroken_sequence();  // threads that a library starts inherit the mask
     for (const position_t position : load_order) {
         lib_info_entry* entry = &lib_info[position];
-        *entry = {"", entry->name, 0, entry->type, 0};
+        *entry = lib_info_entry{"", entry->name, 0, entry->type, 0};
         library_binding* binding = &bindings[position];
         binding->handle = open_library(entry->name);
         if (binding->handle == nullptr) {

@@ -11,25 +11,24 @@ namespace mirvok {
 
 namespace {
 
-using enum field_form;
-
 constexpr record_field flash_fields[] = {
-    {"part_number", 0, 12, text}, {"product_id", 12, 24, text}, {"type", 36, 2, number},
-    {"wait_time", 38, 2, number}, {"fw_level", 42, 10, text},   {"image_name", 52, 20, text},
-    {"spare_text1", 74, 4, text}, {"spare_text2", 78, 4, text}, {"spare_text3", 84, 10, text},
-    {"tpro", 98, 12, text},       {"tfru", 110, 8, text},       {"size", 126, 2, number},
+    {"part_number", 0, 12, FORM_TEXT}, {"product_id", 12, 24, FORM_TEXT}, {"type", 36, 2, FORM_NUMBER},
+    {"wait_time", 38, 2, FORM_NUMBER}, {"fw_level", 42, 10, FORM_TEXT},   {"image_name", 52, 20, FORM_TEXT},
+    {"spare_text1", 74, 4, FORM_TEXT}, {"spare_text2", 78, 4, FORM_TEXT}, {"spare_text3", 84, 10, FORM_TEXT},
+    {"tpro", 98, 12, FORM_TEXT},       {"tfru", 110, 8, FORM_TEXT},       {"size", 126, 2, FORM_NUMBER},
 };
 
 constexpr record_field smart_fields[] = {
-    {"part_number", 0, 12, text},      {"product_id", 12, 32, text},    {"drive_type", 46, 2, number},
-    {"life_threshold", 48, 2, number}, {"life_attr_id", 50, 2, number}, {"written_attr_id", 52, 2, number},
-    {"warranty_gb", 54, 4, number},    {"temp_attr_id", 58, 2, number}, {"spec_max_temp", 60, 2, number},
-    {"smart_type", 62, 2, number},
+    {"part_number", 0, 12, FORM_TEXT},     {"product_id", 12, 32, FORM_TEXT},
+    {"drive_type", 46, 2, FORM_NUMBER},    {"life_threshold", 48, 2, FORM_NUMBER},
+    {"life_attr_id", 50, 2, FORM_NUMBER},  {"written_attr_id", 52, 2, FORM_NUMBER},
+    {"warranty_gb", 54, 4, FORM_NUMBER},   {"temp_attr_id", 58, 2, FORM_NUMBER},
+    {"spec_max_temp", 60, 2, FORM_NUMBER}, {"smart_type", 62, 2, FORM_NUMBER},
 };
 
 constexpr record_field sizes_fields[] = {
-    {"capacity", 0, 8, high_low},
-    {"size", 8, 2, number},
+    {"capacity", 0, 8, FORM_HIGH_LOW},
+    {"size", 8, 2, FORM_NUMBER},
 };
 
 constexpr file_kind kinds[] = {
@@ -123,7 +122,7 @@ std::string load_text(const uint8_t* record, const record_field& field) {
 
 uint64_t load_number(const uint8_t* record, const record_field& field) {
     const uint8_t* position = record + field.offset;
-    if (field.form == high_low) {
+    if (field.form == FORM_HIGH_LOW) {
         return static_cast<uint64_t>(load_le32(position)) << 32 | load_le32(position + 4);
     }
     return field.width == 2 ? load_le16(position) : load_le32(position);
@@ -135,7 +134,7 @@ void store_text(uint8_t* record, const record_field& field, std::string_view tex
 
 void store_number(uint8_t* record, const record_field& field, uint64_t value) {
     uint8_t* position = record + field.offset;
-    if (field.form == high_low) {
+    if (field.form == FORM_HIGH_LOW) {
         store_le32(position, static_cast<uint32_t>(value >> 32));
         store_le32(position + 4, static_cast<uint32_t>(value));
     } else if (field.width == 2) {

@@ -11,10 +11,10 @@
 
 namespace mirvok {
 
-enum class field_form {
-    text,      // bytes, NUL-padded; without a terminator when they fill the field
-    number,    // little-endian
-    high_low,  // 64-bit number as two little-endian 32-bit halves, the high one first
+enum field_form {
+    FORM_TEXT,      // bytes, NUL-padded; without a terminator when they fill the field
+    FORM_NUMBER,    // little-endian
+    FORM_HIGH_LOW,  // 64-bit number as two little-endian 32-bit halves, the high one first
 };
 
 struct record_field {

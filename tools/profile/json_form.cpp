@@ -36,7 +36,7 @@ int to_bytes(std::string_view characters, std::string& bytes) {
 }
 
 std::string range_text(const record_field& field) {
-    if (field.form == field_form::text) {
+    if (field.form == FORM_TEXT) {
         return "text of at most " + std::to_string(field.width) + " bytes";
     }
     return "whole number from 0 to " + std::to_string(largest_number(field));
@@ -44,7 +44,7 @@ std::string range_text(const record_field& field) {
 
 // What is wrong with the value; empty when it was stored.
 std::string store_value(uint8_t* record, const record_field& field, const json& value) {
-    if (field.form != field_form::text) {
+    if (field.form != FORM_TEXT) {
         if (!value.is_number_unsigned() || value.get<uint64_t>() > largest_number(field)) {
             return "must be a " + range_text(field);
         }
@@ -102,12 +102,13 @@ int records_from_json(const std::vector<uint8_t>& text, record_set& set, std::ve
     size_t number = 0;
     std::set<std::string> keys;  // of the record that is being read
     const auto take = [&](int depth, json::parse_event_t event, json& parsed) {
-        using enum nlohmann::detail::parse_event_t;
-        if (depth == 1 && event == object_start) {
+        using event_t = json::parse_event_t;
+        if (depth == 1 && event == event_t::object_start) {
             keys.clear();
-        } else if (depth == 2 && event == key && !keys.insert(parsed.get<std::string>()).second) {
+        } else if (depth == 2 && event == event_t::key && !keys.insert(parsed.get<std::string>()).second) {
             errors.push_back(place(number + 1, parsed) + "given twice");
-        } else if (depth == 1 && (event == object_end || event == array_end || event == value)) {
+        } else if (depth == 1 &&
+                   (event == event_t::object_end || event == event_t::array_end || event == event_t::value)) {
             append_record(set, ++number, parsed, errors);
             return false;  // what was stored need not stay in the document
         }
@@ -130,7 +131,7 @@ std::string records_to_json(const record_set& set) {
         const uint8_t* record = record_at(set, i);
         json object;
         for (const record_field& field : set.kind->fields) {
-            if (field.form == field_form::text) {
+            if (field.form == FORM_TEXT) {
                 object[field.name] = to_characters(load_text(record, field));
             } else {
                 object[field.name] = load_number(record, field);

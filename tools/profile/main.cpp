@@ -109,6 +109,7 @@ cannot be written.)";
 int run(int argc, char** argv) {
     CLI::App app("Makes the data files of mirvok from JSON, prints them as JSON, and checks them.",
                  "mirvok-profile");
+    app.set_version_flag("--version", "mirvok-profile " MIRVOK_VERSION);
     app.require_subcommand(1);
     app.footer(footer());  // before the commands, which take it over
     arguments given;
