@@ -14,8 +14,8 @@ namespace {
 
 uint32_t jobs = 1;
 
-// Left to the libraries, to an image that is examined, and to the watch over signals.
-constexpr uint32_t spare_descriptors = 5;
+// Left to the libraries, to images and users of a drive that are looked at, and to the watch over signals.
+constexpr uint32_t spare_descriptors = 8;
 
 // How many of `wanted` jobs can have a drive's node open at once.
 uint32_t limit_to_descriptors(uint32_t wanted) {
