@@ -27,7 +27,7 @@ brief() {
     paste -sd, | sed 's/,/, /g' | fold -sw 150
 }
 dense() {
-  sed 's/addr: .*/addr: .../' | grep -aEv '^  [0-9a-f]{4} ( (00|A5))+ +\.+$|^$' | awk '
+  sed 's/addr: .*/addr: .../;s/duration:.*/duration:0/' | grep -aEv '^  [0-9a-f]{4} ( (00|A5))+ +\.+$|^$' | awk '
     { traced = sub(/^STORAGE_LIB: /, ""); match($0, /^ */); depth = traced ? RLENGTH / 3 : -1; line = substr($0, traced * RLENGTH + 1) }
     seen[line]++ { next }
     { entry = (depth != last ? depth " " : "") line; if (!traced) entry = line }
@@ -38,7 +38,7 @@ dense() {
 play() {
   lab --fresh "${@:2}" 2>&1 | awk '/^    [A-Z]/ { row = row " |" substr($0, 4); next } { print row; row = $0 } END { print row }' |
     sed 's/^[0-9 ]*\(A:\|PN:\)/\1/;/^ *[0-9]*(/d;/Error(s)/d;/^$/d' >"$DIR.$1.output"
-  { echo "status ${PIPESTATUS[0]}"; sed -n 's/^ find/find/p' "$DIR.$1.output"; cat "$DIR.lab/journal"; } >"$DIR.$1.journal"
+  { echo "status ${PIPESTATUS[0]}"; sed -n 's/^ find/find/p' "$DIR.$1.output"; journal; } >"$DIR.$1.journal"
   sed -i 's/ \(controller\|adapter\|device\|size\)=[0-9]*//g;s/ \(cdb\|op\|chunks\|count\|status\|in\|out\|none\)\b.*//;s/ =.*//
     s/^\(sg\|nvme\|storelib\) //;s/ scsi / /' "$DIR.$1.journal"
 }
