@@ -23,7 +23,7 @@ mirvok() { "$BUILD/mirvok-lab" --state "$DIR.lab" "$MACHINE" -- "$@"; }
 lab() { "$BUILD/mirvok-lab" --state "$DIR.lab" "$@"; }
 journal() { cat "$DIR.lab/journal"; }
 brief() {
-  sed 's/^\(storelib\|marvell\) \(scsi \)\?//;s/ scsi / /;s/ \(controller\|adapter\|device\)=/ /g;s/ size=[0-9]*//;s/ cdb=.* \(in\|none\) / \1 /' |
+  sed 's/^\(storelib\|marvell\) \(scsi \)\?//;s/ scsi / /;s/\(controller\|adapter\|device\)=//g;s/ size=[0-9]*//;s/ cdb=.* \(in\|none\) / \1 /' |
     paste -sd, | sed 's/,/, /g' | fold -sw 150
 }
 dense() {

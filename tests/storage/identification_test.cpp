@@ -114,16 +114,11 @@ TEST(Identification, AnAnswerCountsWhenItReachesOverTheLevel) {
         {"identify", {cut(identify, 175)}, "MVT9", 90020},
         {"identify", {bytes(512)}, "MVT9", 90020},
         {"identify", {}, "MVT9", 90020},
-        {"identify", {identify, 0x08}, "MVT9", 90020},
-        {"identify", {identify, 0, {}, 3}, "MVT9", 90020},
         {"identify", {identify, 0, {}, 0, 0, EIO}, "MVT9", 90020},
-        {"identify", {identify, 0, {}, 0, 8}, "MVT8", 0},
         {"identify", {identify, 0, {0x70, 0, 4}, 0, 8}, "MVT8", 0},
-        {"identify", check(0, identify), "MVT8", 0},
         {"identify", check(1, identify), "MVT8", 0},
         {"identify", check(1, cut(identify, 175)), "MVT9", 90020},
         {"identify", {identify, 2, {0x72, 1, 2}}, "MVT8", 0},
-        {"identify", check(2, identify), "MVT9", 90020},
         {"identify", {identify, 2, {0x72, 2, 1}}, "MVT9", 90020},
     };
     for (const auto& [command, given, level, rc] : rows) {
