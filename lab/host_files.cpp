@@ -28,7 +28,7 @@ fs::path lay_files() {
     for (const auto& [node, name] : m.nodes) {
         const dev_t number = number_of_node(node);
         const std::string place = std::to_string(major(number)) + ":" + std::to_string(minor(number));
-        fs::create_directories(root / "sys/dev/char" / place / "device");
+        fs::create_directories(root / "sys/dev/char" / place / "device/block");
     }
     fs::create_directories(root / "proc/self");
     json files = {{"/proc/self/mountinfo", ""}, {"/proc/swaps", ""}};

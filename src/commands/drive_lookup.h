@@ -32,6 +32,7 @@ struct drive {
     // The flash command's alone.
     uint16_t update;        // 1 when a download was due, and was attempted
     uint16_t failed;        // 1 when the download or its verification failed
+    uint16_t silent;        // 1 when the drive did not tell its level after the download
     uint32_t result;        // 0, or the code of a refusal or failure
     uint16_t due;           // check: 1 when the download is due and its image is in order
     uint16_t check;         // 1 in a check

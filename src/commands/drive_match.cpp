@@ -76,13 +76,9 @@ bool holds(const drive_match& match, const _pd_info* pd) {
     return value.kind != FIELD_NULL && fnmatch(match.pattern, text, 0) == 0;
 }
 
-}  // namespace
-
-void take_match(const char* argument, const char* next) {
+// Takes an argument that begins with "--m". Returns whether `next` is its value.
+bool take_match(const char* argument, const char* next) {
     constexpr char name[] = "--match";
-    if (!begins_with(argument, "--m")) {
-        return;
-    }
     const size_t length = std::strcspn(argument, "=");
     const char* value = argument[length] == '=' ? argument + length + 1 : next;
     if (length >= sizeof(name) || std::strncmp(argument, name, length) != 0) {
@@ -91,6 +87,20 @@ void take_match(const char* argument, const char* next) {
         refuse("option `--match' takes FIELD=GLOB, which is missing", argument);
     } else {
         add_match(value);
+        return value == next;
+    }
+    return false;
+}
+
+}  // namespace
+
+void take_matches(int argc, char** argv) {
+    for (int i = 2; i < argc; ++i) {
+        if (begins_with(argv[i], "--m")) {
+            i += take_match(argv[i], i + 1 < argc ? argv[i + 1] : nullptr) ? 1 : 0;
+        } else if (std::strchr(argv[i], '=') != nullptr && find_field(argv[i]) != nullptr) {
+            refuse("FIELD=GLOB is read behind `--match' alone", argv[i]);
+        }
     }
 }
 

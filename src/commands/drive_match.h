@@ -6,10 +6,9 @@
 
 namespace mirvok {
 
-// Takes an argument of the command line that begins with "--m"; any other is none of ours. `next` is the
-// argument behind it, or null. Both must outlive the run. The first that cannot be read is said on standard
-// error.
-void take_match(const char* argument, const char* next);
+// Takes the arguments that begin with "--m" from a command line, which must outlive the run. The first that
+// cannot be read, or a FIELD=GLOB without --match, is said on standard error.
+void take_matches(int argc, char** argv);
 
 // False when an argument could not be read: then no drive may be touched.
 bool matches_are_read();

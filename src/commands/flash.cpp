@@ -49,6 +49,7 @@ void verify_level(drive* slot) {
     copy_text(answer.code_level, "");
     get_pd_information(&answer);
     const bool answers = answer.code_level[0] != '\0' && is_same_drive(answer, *pd);
+    slot->silent = answers ? 0 : 1;
     if (answers) {
         copy_text(pd->code_level, answer.code_level);
         pd->size = answer.size;
@@ -136,7 +137,7 @@ int flash_drives(flash* program, _storage_lib* lib, left_out_list* left_out) {
         }
         TRACE_PRINT("pd count == 0");
         std::printf("No Physical Disk found\n\n");
-        return FLASH_STATUS_NO_DRIVE;
+        return complain_of_no_match() ? FLASH_STATUS_BAD_OPTIONS : FLASH_STATUS_NO_DRIVE;
     }
     program->ctrl_list = lib->ctrl_list;
     program->ctrl_count = lib->ctrl_count;

@@ -140,10 +140,12 @@ void write_pending_reset(const drive& slot) {
 // What an NVMe drive was given runs after its next reset alone.
 void write_flash_result(const drive& slot) {
     const outcome_t outcome = slot.outcome;
-    const bool committed = outcome == OUTCOME_UPDATED && drive_kind(slot.pd->protocol) == DRIVE_NVME;
+    const bool nvme = outcome == OUTCOME_UPDATED && drive_kind(slot.pd->protocol) == DRIVE_NVME;
+    const bool committed = nvme && (slot.pd->committed || !path_of(slot.pd->ctrl).has_node);
+    const char* level = nvme ? slot.level_before : slot.pd->code_level;
     json_open_object("flash");
     json_text("level_before", slot.level_before);
-    json_text("level_after", committed ? slot.level_before : slot.pd->code_level);
+    json_text("level_after", slot.silent != 0 ? nullptr : level);
     json_text("level_committed", committed ? slot.record->fw_level : nullptr);
     json_text("level_prescribed", slot.record != nullptr ? slot.record->fw_level : nullptr);
     json_text("image", slot.record != nullptr ? slot.record->image_name : nullptr);
@@ -289,7 +291,7 @@ void write_head(const char* operation, const bool* check, const _storage_lib* li
 void finish(const run_record& record) {
     write_left_out(record.left_out);
     json_close();
-    close_report_file(json_end() == 0);
+    close_report_file(json_end() == 0, record.profile_name);
 }
 
 }  // namespace

@@ -99,6 +99,14 @@ void complain_of(const char* path, int number) {
     }
 }
 
+bool complain_of_place(const char* path, const char* profile) {
+    const bool misplaced = is_run_file(path, profile);
+    if (misplaced) {
+        complain("the report `%s' would overwrite a data file or an image", path);
+    }
+    return misplaced;
+}
+
 int open_beside(const char* path) {
     const size_t length = std::strlen(path);
     if (length == 0 || length >= sizeof(final_path)) {
@@ -118,8 +126,7 @@ int open_beside(const char* path) {
 }  // namespace
 
 int open_report_file(const char* path) {
-    if (is_run_file(path, "flashdrv.bin")) {
-        complain("the report `%s' would overwrite a data file or an image", path);
+    if (complain_of_place(path, "flashdrv.bin")) {
         return 1;
     }
     const int rc = open_beside(path);
@@ -133,8 +140,9 @@ std::FILE* report_file() {
     return file;
 }
 
-void close_report_file(bool complete) {
+void close_report_file(bool complete, const char* profile) {
     int rc = 0;
+    const bool misplaced = profile != nullptr && complain_of_place(final_path, profile);
     if (!complete || std::fflush(file) != 0 || ftruncate(fileno(file), std::ftell(file)) != 0 ||
         fsync(fileno(file)) != 0) {
         rc = errno != 0 ? errno : EIO;
@@ -143,14 +151,16 @@ void close_report_file(bool complete) {
         rc = errno;
     }
     file = nullptr;
-    if (rc == 0 && std::rename(temporary_path, final_path) != 0) {
+    if (rc == 0 && !misplaced && std::rename(temporary_path, final_path) != 0) {
         rc = errno;
     }
-    if (rc != 0) {
-        unlink(temporary_path);
-        complain_of(final_path, rc);
-    } else {
+    if (rc == 0 && !misplaced) {
         sync_directory();
+        return;
+    }
+    unlink(temporary_path);
+    if (!misplaced) {
+        complain_of(final_path, rc);
     }
 }
 

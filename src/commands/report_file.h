@@ -14,7 +14,8 @@ int open_report_file(const char* path);
 std::FILE* report_file();
 
 // Puts the temporary file in its place, written through to the disk, or takes it away when `complete` is
-// false. Where that fails an older file stays, which a line on standard error says.
-void close_report_file(bool complete);
+// false or its place is that of `profile`, which may be null. Where that fails an older file stays, which a
+// line on standard error says.
+void close_report_file(bool complete, const char* profile);
 
 }  // namespace mirvok

@@ -127,7 +127,7 @@ int report_inventory(_smart_program* program, const _storage_lib& lib, left_out_
     }
     if (lib.pd_count == 0) {
         TRACE_PRINT("pd count == 0");
-        return STATUS_NO_DRIVE;
+        return complain_of_no_match() ? STATUS_BAD_MATCH : STATUS_NO_DRIVE;
     }
     TRACE_PRINT("pd count:%u", lib.pd_count);
     walk_drives(operation, program, &lib, left_out);

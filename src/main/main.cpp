@@ -132,9 +132,7 @@ int run_operation(int argc, char** argv) {
     if (opt == OPERATION_FIND) {
         std::signal(SIGXFSZ, SIG_IGN);  // a full file ends the output, not the run
     }
-    for (int i = 2; i < argc; ++i) {
-        take_match(argv[i], i + 1 < argc ? argv[i + 1] : nullptr);
-    }
+    take_matches(argc, argv);
     const bool reported = report_path == nullptr || open_report_file(report_path) == 0;
     if (opt == OPERATION_FIND) {
         run_find_drives(argc, argv);

@@ -117,6 +117,7 @@ struct _pd_info {
     uint16_t smart_enabled_saved;      // smart_enabled as it was before log B0h was read
     uint16_t smart_supported;          // ATA: 1 when IDENTIFY reports SMART supported
     char vendor_id[18];                // vendor identification
+    bool committed;                    // NVMe: the controller took the commit of an image
     uint8_t next_level_valid;          // NVMe: log page 03h was read
     char next_level[16];               // of the other slot that the next reset starts; empty: none
 };

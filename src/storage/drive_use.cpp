@@ -28,6 +28,7 @@ struct block_device {
 struct block_devices {
     block_device list[max_block_devices];
     uint32_t count;
+    bool unseen_swap;  // a swap space is on a node that is not there
 };
 
 using name_visitor = bool (*)(const char* folder, const char* name, block_devices*, drive_users*);
@@ -237,6 +238,8 @@ void take_swap(char* line, block_devices* devices, drive_users* users) {
     const block_device* device = device_of_node(devices, line);
     if (device != nullptr) {
         add_user(users, "swap", device->name);
+    } else if (begins_with(line, "/dev/") && !exists({line})) {
+        devices->unseen_swap = true;
     }
 }
 
@@ -294,10 +297,8 @@ bool find_block_devices(const _pd_info* pd, block_devices* devices, drive_users*
     if (pd->ctrl->vendor == VENDOR_NVME) {
         return visit_names({node}, add_namespace, devices, users);
     }
-    // Without a disk driver the drive has no block device, and nobody can use one.
-    return exists({node, "/device"}) &&
-           (!exists({node, "/device/block"}) ||
-            visit_names({node, "/device/block"}, add_block_device, devices, users));
+    // A drive without a block device may be a member of a volume that its adapter makes.
+    return visit_names({node, "/device/block"}, add_block_device, devices, users);
 }
 
 }  // namespace
@@ -306,12 +307,13 @@ void find_drive_users(const _pd_info* pd, drive_users* users) {
     users->count = 0;
     block_devices devices;
     devices.count = 0;
+    devices.unseen_swap = false;
     const bool complete = find_block_devices(pd, &devices, users) &&
                           visit_lines("/proc/self/mountinfo", take_mount, &devices, users) &&
                           (visit_lines("/proc/swaps", take_swap, &devices, users) ||
                            !exists({"/proc/swaps"}));  // a kernel without swap space has no such file
     take_unseen_mounts(&devices, users);
-    users->known = complete || users->count > 0;
+    users->known = (complete && !devices.unseen_swap) || users->count > 0;
 }
 
 }  // namespace mirvok

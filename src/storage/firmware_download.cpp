@@ -221,7 +221,8 @@ uint16_t flash_disk_fw_ata(_pd_info* pd, uint8_t* image, uint32_t size, uint16_t
 
 int flash_disk_fw_nvme(_pd_info* pd, uint8_t* image, uint32_t size) {
     TRACE_PRINT("Entering %s", __func__);
-    const int rc = open_node(pd) ? nvme_update_fw(pd->handle, image, size) : int{RESULT_NO_HANDLE};
+    const int rc =
+        open_node(pd) ? nvme_update_fw(pd->handle, image, size, &pd->committed) : int{RESULT_NO_HANDLE};
     close_node(pd);
     TRACE_PRINT("Exiting %s, rc = %d", __func__, rc);
     return rc;

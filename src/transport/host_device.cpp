@@ -26,6 +26,10 @@ constexpr uint8_t nvme_firmware_image_download = 0x11;
 // Commit action 1: the image replaces the one in the slot and is activated at the next controller reset;
 // firmware slot 0 lets the controller choose.
 constexpr uint32_t commit_action_1_slot_0 = 0x08;
+// Statuses of a commit that was taken (NVMe 1.4, 5.11.1): what starts the image.
+constexpr int needs_conventional_reset = 0x10B;
+constexpr int needs_subsystem_reset = 0x110;
+constexpr int needs_controller_reset = 0x111;
 
 int transfer_direction(io_direction_t direction) {
     switch (direction) {
@@ -126,7 +130,7 @@ int download_firmware_image(uint32_t handle, const uint8_t* image, uint32_t size
     return result;
 }
 
-void commit_firmware(uint32_t handle) {
+bool commit_firmware(uint32_t handle) {
     TRACE_PRINT("Activating Firmware");
     nvme_admin_cmd command = {};
     command.opcode = nvme_firmware_commit;
@@ -136,6 +140,9 @@ void commit_firmware(uint32_t handle) {
     if (rc != 0) {
         TRACE_PRINT("ioctl returned %d", rc);
     }
+    const int status = rc & 0x7FF;  // without the bits that tell of retries and of more information
+    return rc == 0 || (rc > 0 && (status == needs_conventional_reset || status == needs_subsystem_reset ||
+                                  status == needs_controller_reset));
 }
 
 // Aligns *image to a page: an image that is not aligned is copied, and the caller frees *copy. Returns 0 or
@@ -156,7 +163,7 @@ int align_image(const uint8_t** image, uint32_t size, uint32_t page_size, void**
     return 0;
 }
 
-int send_and_commit(uint32_t handle, const uint8_t* image, uint32_t size) {
+int send_and_commit(uint32_t handle, const uint8_t* image, uint32_t size, bool* committed) {
     // An empty image would leave nothing but its commit.
     if (size == 0 || size % 4 != 0) {
         TRACE_PRINT("File size is wrong: %d", static_cast<int>(size));
@@ -172,7 +179,7 @@ int send_and_commit(uint32_t handle, const uint8_t* image, uint32_t size) {
     rc = download_firmware_image(handle, image, size, page_size);
     std::free(copy);
     if (rc == 0) {
-        commit_firmware(handle);
+        *committed = commit_firmware(handle);
     }
     return rc;
 }
@@ -270,10 +277,14 @@ int ata_command_host(uint32_t /*handle*/, _ata_cmd_in* /*in*/, _ata_cmd_out* /*o
     return 1;
 }
 
-int nvme_update_fw(uint32_t handle, const uint8_t* image, uint32_t size) {
+int nvme_update_fw(uint32_t handle, const uint8_t* image, uint32_t size, bool* committed) {
     TRACE_PRINT("Entering %s -- linux", __func__);
     TRACE_PRINT("Entering %s", __func__);
-    const int rc = send_and_commit(handle, image, size);
+    bool taken = false;
+    const int rc = send_and_commit(handle, image, size, &taken);
+    if (committed != nullptr) {
+        *committed = taken;
+    }
     TRACE_PRINT("Exiting %s, rc = %d", __func__, rc);
     TRACE_PRINT("Exiting %s", __func__);
     return rc;

@@ -30,7 +30,9 @@ int ata_command_host(uint32_t handle, _ata_cmd_in* in, _ata_cmd_out* out);
 // Downloads `size` bytes of firmware (a multiple of 4, not 0) to the controller open on `handle` and commits
 // them with commit action 1 (NVMe 1.4, 5.11 and 5.12). An image that is not aligned to a page is sent from a
 // copy. Returns 0, 1 for a wrong size, an error number when memory is short, or what the ioctl of the
-// first failed chunk returned; nothing is committed then.
-int nvme_update_fw(uint32_t handle, const uint8_t* image, uint32_t size);
+// first failed chunk returned; nothing is committed then. *committed, unless it is null,
+// tells whether the controller took the
+// commit.
+int nvme_update_fw(uint32_t handle, const uint8_t* image, uint32_t size, bool* committed = nullptr);
 
 }  // namespace mirvok

@@ -125,7 +125,7 @@ def test_only_a_hanging_drive_s_line_and_those_behind_wait(tmp_path):
     assert "drive 6 of 32: identifying, 1 in work" in shown and re.search(r"drive 32 of 32: reading SMART data, \d+ in work", shown)
 
 
-@pytest.mark.parametrize("limit", ["ulimit -n 16", "ulimit -n 11", *(f"thread {nth}" for nth in (1, 2, 4, 9))])
+@pytest.mark.parametrize("limit", ["ulimit -n 16", "ulimit -n 12", *(f"thread {nth}" for nth in (1, 2, 4, 9))])
 def test_few_descriptors_and_threads_cost_no_drive(limit, tmp_path):
     lab, faults = Lab(tmp_path, make_drives(12, 12, delay=1, smart="off")), []
     if limit.startswith("thread"):
