@@ -45,11 +45,8 @@ TEST(SmartProfile, LoadFilesOfEverySize) {
     for (size_t size = 0; size < whole.size(); ++size) {
         // From 8 bytes on there is a trailer, which begins inside the head signature.
         const bool large = size >= 8 && size <= 10;
-        expect_load(whole.substr(0, size), large ? 4 : 3,
-                    large        ? 77
-                    : size == 11 ? 222
-                                 : 0,
-                    large ? "" : "bad sig1");
+        const int count = large ? 77 : size == 11 ? 222 : 0;
+        expect_load(whole.substr(0, size), large ? 4 : 3, count, large ? "" : "bad sig1");
     }
     expect_load(trailer(0), 3, 0, "bad sig2");
     expect_load(signature.substr(0, 3) + trailer(222), 3, 0, "bytes_read:7,sizeof(record):64");
