@@ -222,7 +222,8 @@ void wait_until(crew_walk* walk, std::unique_lock<std::mutex>* held, const char*
     while (!condition()) {
         if (!take_ready(walk, held)) {
             show_progress(walk, step);
-            walk->work_done.wait_for(*held, until_next_progress);
+            // By the clock of the day: a wait by another needs glibc 2.30.
+            walk->work_done.wait_until(*held, std::chrono::system_clock::now() + until_next_progress);
         }
     }
 }

@@ -13,7 +13,7 @@ VERSION = re.search(r"project\(mirvok VERSION (\S+)", (TOP / "CMakeLists.txt").r
 
 
 def run(command, status=0):
-    done = subprocess.run(["timeout", "1500", "bash", "-euo", "pipefail", "-c", command], cwd=TOP, stdin=subprocess.DEVNULL,
+    done = subprocess.run(["timeout", "3000", "bash", "-euo", "pipefail", "-c", command], cwd=TOP, stdin=subprocess.DEVNULL,
                           text=True, stdout=subprocess.PIPE, stderr=subprocess.STDOUT, check=False)
     print(done.stdout)
     assert done.returncode == status
