@@ -4,7 +4,7 @@
 #include <sys/resource.h>
 
 #include <algorithm>
-#include <system_error>
+#include <exception>
 
 #include "common/signals.h"
 
@@ -15,7 +15,7 @@ namespace {
 uint32_t jobs = 1;
 
 // Left to the libraries, to images and users of a drive that are looked at, and to the watch over signals.
-constexpr uint32_t spare_descriptors = 8;
+constexpr uint32_t spare_descriptors = 12;
 
 // How many of `wanted` jobs can have a drive's node open at once.
 uint32_t limit_to_descriptors(uint32_t wanted) {
@@ -32,7 +32,7 @@ uint32_t limit_to_descriptors(uint32_t wanted) {
 bool start_thread(std::thread* thread, void (*work)(void*), void* context) {
     try {
         *thread = std::thread(work, context);
-    } catch (const std::system_error&) {
+    } catch (const std::exception&) {
         return false;
     }
     return true;

@@ -100,7 +100,12 @@ int pending_signal() {
         std::unique_lock held(sequence_lock);
         stopping = true;
         sequence_ended.wait(held, [] { return sequences == 0; });
+        const int number = pending_signal();
         pthread_sigmask(SIG_UNBLOCK, &ending, nullptr);
+        if (number != 0) {  // a handler of a library's has come back
+            std::signal(number, SIG_DFL);
+            std::raise(number);
+        }
     }
     while (true) {
         pause();
@@ -180,9 +185,20 @@ void end_unbroken_sequence() {
 
 bool begin_watch() {
     choose_ending_signals();
+    pthread_sigmask(SIG_BLOCK, nullptr, &mask_before_watch);
+    // What was held before stays held; a stop of the process would meet drives in the middle of a sequence.
+    sigset_t held = ending;
+    for (int number = 1; number <= SIGRTMAX; ++number) {
+        if (sigismember(&mask_before_watch, number) == 1) {
+            sigdelset(&ending, number);
+        }
+    }
+    for (const int number : {SIGTSTP, SIGTTIN, SIGTTOU}) {
+        sigaddset(&held, number);
+    }
     arrivals = signalfd(-1, &ending, SFD_CLOEXEC);
     dismissal = eventfd(0, EFD_CLOEXEC);
-    pthread_sigmask(SIG_BLOCK, &ending, &mask_before_watch);
+    pthread_sigmask(SIG_BLOCK, &held, nullptr);
     watching = true;
     if (arrivals >= 0 && dismissal >= 0) {
         return true;

@@ -35,7 +35,7 @@ drive_turn* find_turn(const _pd_info* pd) {
 }  // namespace
 
 drive_turn* begin_turn(const _pd_info* pd) {
-    if (get_jobs() < 2 || pd->device_serial[0] == '\0') {
+    if (get_jobs() < 2) {
         return nullptr;
     }
     std::unique_lock held(lock);

@@ -14,7 +14,8 @@ struct drive_turn {
 };
 
 // Waits for the turn at an identified drive, known by its own serial number and its product. Null, with
-// nothing to wait for, without jobs or without that number. The turn ends with end_turn.
+// nothing to wait for, without jobs. Drives without a number share the turn of their product. The turn ends
+// with end_turn.
 drive_turn* begin_turn(const _pd_info* pd);
 void end_turn(drive_turn* turn);
 

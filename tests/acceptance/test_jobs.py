@@ -75,9 +75,10 @@ def test_all_drives_that_there_can_be(operation, tmp_path):
     assert lab.outcome(operation, "--jobs", "64") == alone
 
 
+@pytest.mark.parametrize("serial", ["S1", ""])
 @pytest.mark.parametrize("operation", ["find", "smart"])
-def test_one_drive_behind_many_nodes(operation, tmp_path):
-    lab = Lab(tmp_path, make_drives(1, delay=3, smart="off"), nodes={f"/dev/sg{i}": "sata0" for i in range(4)})
+def test_one_drive_behind_many_nodes(operation, serial, tmp_path):
+    lab = Lab(tmp_path, make_drives(1, delay=3, smart="off", serial=serial), nodes={f"/dev/sg{i}": "sata0" for i in range(4)})
     alone = lab.outcome(operation)
     for _ in range(5):
         assert lab.outcome(operation, "--jobs", "4")[:3] == alone[:3]
