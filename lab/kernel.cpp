@@ -88,7 +88,7 @@ void check_machine() {
                  : std::vector<std::string>{"target_core_user", "tcm_loop", "sg"};
         for (const std::string& module : modules) {
             if (!fs::exists("/sys/module/" + module)) {
-                refuse("modprobe " + module, "the kernel lacks this module");
+                refuse("modprobe " + module, "this module is not loaded");
             }
         }
     }

@@ -244,6 +244,7 @@ void take_down_scsi() {
             }
         }
     }
+    rmdir(ports.c_str());
     for (const fs::directory_entry& unit : fs::directory_iterator(store, ignored)) {
         if (unit.is_directory()) {
             rmdir(unit.path().c_str());
