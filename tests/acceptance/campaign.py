@@ -316,9 +316,11 @@ def lapses(machine, words, run, faults, base):
         for row in rows[name]:
             if row["flash"] and row["flash"]["outcome"] == "updated":
                 waits = [row["flash"][key] for key in ("level_after", "level_committed", "activation")]
-                waiting = [row["flash"]["level_before"], row["flash"]["level_prescribed"], "pending_reset"]
-                found += [f"{waits} after a commit"] * (row["protocol"] == "NVMe" and waits != waiting)
-                committed = machine.library.get(name) or any(event.command == "commit" for event in events[name])
+                commits = [event.line for event in events[name] if event.command == "commit"]
+                committed = machine.library.get(name) or commits
+                accepted = machine.library.get(name) or any(re.search(r"= (0|0x.?(10b|110|111))( |$)", line, re.I) for line in commits)
+                waiting = [row["flash"]["level_before"], *((row["flash"]["level_prescribed"], "pending_reset") if accepted else (None, None))]
+                found += [f"{waits} after {commits}"] * (row["protocol"] == "NVMe" and waits != waiting)
                 good = whole and committed if drive["protocol"] == "nvme" else level == row["flash"]["level_prescribed"]
                 found += ["a success that is none"] * (not good)
         if after.get("smart", was_on) != was_on and not lied and not any(f["answer"] == "vanish" and f["drive"] == name for f in faults):
