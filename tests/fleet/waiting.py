@@ -1,11 +1,12 @@
-"""Stands for mirvok on a host whose NVMe drives keep what was committed until a reset: waiting.py SYSFS OPERATION --json FILE ..."""
+"""Stands for mirvok on a host whose NVMe drives keep what was committed until a reset: waiting.py SYSFS OPERATION OPTION..."""
 import json
 import pathlib
 import sys
 
 import reports
 
-sysfs, operation, _, file, *options = sys.argv[1:]
+sysfs, operation, *options = sys.argv[1:]
+file = options[options.index("--json") + 1]
 reset = "1" in (pathlib.Path(sysfs) / "class/nvme/nvme0/reset_controller").read_text()
 taken = pathlib.Path("taken").exists()
 
@@ -21,7 +22,7 @@ drives = [reports.flashed(1, "latest" if taken else "due"),
 if operation == "smart":
     sys.exit(2)
 if operation == "flash":
-    assert options == ["--match", "protocol=[!N]*"]
+    assert options[2:] == ["--match", "protocol=[!N]*"]
     pathlib.Path("taken").touch()
     drives = [reports.flashed(1, "updated", {"level_after": "MVT2"})]
     print("Flash: Success")
