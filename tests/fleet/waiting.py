@@ -19,6 +19,8 @@ def nvme(number, waits, **changes):
 drives = [reports.flashed(1, "latest" if taken else "due"),
           reports.flashed(2, code_level="MVT2") if reset else nvme(0, True),
           nvme(1, True, in_use=[{"kind": "mount", "name": "/srv"}]), nvme(2, False)]
+if "--idle" in options:
+    drives[2]["flash"] |= {"outcome": "refused", "code": 9, "text": "drive is in use"}
 if operation == "smart":
     sys.exit(2)
 if operation == "flash":
