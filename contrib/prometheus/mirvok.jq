@@ -55,7 +55,7 @@ map(checked | select(whole)) | if length == 0 then error("no report of a whole r
 
     metric("mirvok_drive_info"; "gauge"; "What a drive is, where it is and the firmware level that it runs; always 1.";
         map(.drives[]) | unique_by(identity)[]
-        | { labels: (identity + { node, protocol, vendor_id, part_number, code_level, level_prescribed: .flash.level_prescribed }),
+        | { labels: (identity + { node, protocol, vendor_id, part_number, code_level: (.flash.level_after // .code_level), level_prescribed: .flash.level_prescribed }),
             value: 1 }),
     metric("mirvok_drive_firmware_state"; "gauge"; "1 for the state that the firmware of a drive is in, 0 for the others.";
         of_set("state"; ["latest", "due", "pending_reset", "refused", "failed", "not_in_profile"]; firmware_state)),
