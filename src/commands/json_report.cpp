@@ -126,13 +126,14 @@ void write_drive(const _pd_info* pd, uint32_t number, match_t match, const profi
     write_null_or(record != nullptr, "type", record != nullptr ? record->type : 0);
 }
 
-// In a check: whether the next reset starts a level that check_is_update takes as the latest.
+// In a check: whether the next reset starts the prescribed level; compared over its length, as
+// check_is_update does.
 void write_pending_reset(const drive& slot) {
     const _pd_info* pd = slot.pd;
     const char* level = slot.record != nullptr ? slot.record->fw_level : nullptr;
     if (slot.check != 0 && pd->next_level_valid != 0) {
         json_bool("pending_reset", level != nullptr && pd->next_level[0] != '\0' &&
-                                       std::strncmp(level, pd->next_level, std::strlen(level)) <= 0);
+                                       std::strncmp(level, pd->next_level, std::strlen(level)) == 0);
     } else {
         json_null("pending_reset");
     }
