@@ -121,7 +121,7 @@ struct crew_walk {
 
 bool may_begin(const crew_walk* walk, uint32_t drive) {
     return walk->stages[drive] == STAGE_UNBEGUN &&
-           (walk->storelib_left == 0 || walk->lib->pd_list[drive].ctrl->vendor != VENDOR_HOST);
+           (walk->storelib_left == 0 || !path_of(walk->lib->pd_list[drive].ctrl).waits_for_those);
 }
 
 // The listed drive that is to be read next, or null.
@@ -270,7 +270,7 @@ void lead(crew_walk* walk, left_out_list* left_out) {
         } else {
             leave_out_unselected(left_out, pd);
         }
-        if (pd->ctrl->vendor == VENDOR_AVAGO && --walk->storelib_left == 0) {
+        if (path_of(pd->ctrl).may_have_nodes && --walk->storelib_left == 0) {
             walk->work_came.notify_all();
         }
         take_ready(walk, &held);
@@ -290,7 +290,7 @@ bool walk_with_crew(const drive_operation& operation, void* program, const _stor
         const bool tasked = is_selected(operation, program, pd) && path_of(pd->ctrl).has_node;
         walk.stages[i] = tasked ? STAGE_UNBEGUN : STAGE_BEGUN;
         tasks += tasked ? 1 : 0;
-        walk.storelib_left += pd->ctrl->vendor == VENDOR_AVAGO ? 1 : 0;
+        walk.storelib_left += path_of(pd->ctrl).may_have_nodes ? 1 : 0;
     }
     crew threads;
     if (start_crew(&threads, tasks, work, &walk) == 0) {

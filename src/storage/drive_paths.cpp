@@ -24,21 +24,21 @@ constexpr bool no = false;
 // clang-format off
 constexpr drive_path drive_paths[] = {
     // vendor      name        cap  list               identify        download        rule
-    //   node  pieces  state  registers
+    //   node  pieces  state  registers  may have nodes  waits  namespaces
     {VENDOR_HOST,  "host",     64,  get_pd_list_host,  identify_host,  download_host,  nullptr,
-         yes,  yes,    no,    yes},
+         yes,  yes,    no,    yes,       no,             yes,   no},
     {VENDOR_AVAGO, "storelib", 512, get_pd_list_avago, identify_avago, download_avago, &image_rule_storelib,
-         no,   no,     yes,   no},
+         no,   no,     yes,   no,        yes,            no,    no},
     {VENDOR_MV,    "marvell",  2,   get_pd_list_mv,    identify_mv,    download_mv,    &image_rule_any,
-         no,   no,     no,    no},
+         no,   no,     no,    no,        no,             no,    no},
     {VENDOR_CSMI,  "csmi",     10,  get_pd_list_csmi,  identify_host,  download_host,  nullptr,
-         yes,  yes,    no,    no},
+         yes,  yes,    no,    no,        no,             no,    no},
     {VENDOR_NVME,  "nvme",     64,  get_pd_list_nvme,  identify_nvme,  download_host,  nullptr,
-         yes,  no,     no,    no},
+         yes,  no,     no,    no,        no,             no,    yes},
 };
 constexpr drive_path unknown_path =
     {0,            "unknown",  0,   list_nothing,      identify_none,  download_host,  nullptr,
-         yes,  no,     no,    no};
+         yes,  no,     no,    no,        no,             no,    no};
 // clang-format on
 
 }  // namespace

@@ -25,6 +25,9 @@ struct drive_path {
     bool opens_for_pieces;    // so do the pieces of a firmware image
     bool reports_state;       // the controller tells the drive's state, which decides whether it is updated
     bool registers_in_sense;  // ATA registers are looked for in the sense data, not in the command's buffer
+    bool may_have_nodes;      // its disks may have nodes, too, on paths that
+    bool waits_for_those;     // are not asked before them
+    bool has_namespaces;      // the node's block devices are a controller's namespaces
 };
 
 // The row of the controller's path; an unknown one lists and identifies nothing.

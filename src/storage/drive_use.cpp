@@ -11,6 +11,7 @@
 #include <initializer_list>
 
 #include "common/text.h"
+#include "storage/drive_paths.h"
 
 namespace mirvok {
 
@@ -294,7 +295,7 @@ bool find_block_devices(const _pd_info* pd, block_devices* devices, drive_users*
     }
     char node[64];
     std::snprintf(node, sizeof(node), "/sys/dev/char/%u:%u", major(status.st_rdev), minor(status.st_rdev));
-    if (pd->ctrl->vendor == VENDOR_NVME) {
+    if (path_of(pd->ctrl).has_namespaces) {
         return visit_names({node}, add_namespace, devices, users);
     }
     // A drive without a block device may be a member of a volume that its adapter makes.
