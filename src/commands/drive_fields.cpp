@@ -1,15 +1,11 @@
 #include "commands/drive_fields.h"
 
+#include "common/code_names.h"
 #include "storage/drive_paths.h"
 
 namespace mirvok {
 
 namespace {
-
-struct code_name {
-    uint32_t code;
-    const char* name;
-};
 
 constexpr code_name protocol_names[] = {{PD_PROTOCOL_SAS, "SAS"},    {PD_PROTOCOL_SATA, "SATA"},
                                         {PD_PROTOCOL_NVME, "NVMe"},  {PD_PROTOCOL_M2, "M2"},
@@ -25,13 +21,9 @@ constexpr code_name state_names[] = {{PD_STATUS_UNCONFIGURED_GOOD, "unconfigured
                                      {PD_STATUS_REBUILD, "rebuild"}};
 
 template <size_t Count>
-field_value name_of(const code_name (&names)[Count], uint32_t code) {
-    for (const code_name& row : names) {
-        if (row.code == code) {
-            return {FIELD_TEXT, row.name, 0};
-        }
-    }
-    return {FIELD_TEXT, "unknown", 0};
+field_value name_or_unknown(const code_name (&names)[Count], uint32_t code) {
+    const char* name = name_of(names, code);
+    return {FIELD_TEXT, name != nullptr ? name : "unknown", 0};
 }
 
 field_value number(uint64_t value) {
@@ -67,9 +59,9 @@ constexpr drive_field fields[] = {
     {"node", [](const _pd_info* pd) { return text_or_null(pd->dev_name); }},
     {"slot_id", slot_of},
     {"port_id", [](const _pd_info* pd) { return number(pd->port_id); }},
-    {"protocol", [](const _pd_info* pd) { return name_of(protocol_names, pd->protocol); }},
+    {"protocol", [](const _pd_info* pd) { return name_or_unknown(protocol_names, pd->protocol); }},
     {"status", [](const _pd_info* pd) { return number(pd->status); }},
-    {"state", [](const _pd_info* pd) { return name_of(state_names, pd->status); }},
+    {"state", [](const _pd_info* pd) { return name_or_unknown(state_names, pd->status); }},
     {"size_gb", [](const _pd_info* pd) { return known_number(pd->size); }},
     {"part_number", text<&_pd_info::part_number>},
     {"part_number_8s", text<&_pd_info::part_number_8s>},

@@ -13,6 +13,7 @@
 #include "commands/report_file.h"
 #include "commands/smart.h"
 #include "commands/smart_report.h"
+#include "common/code_names.h"
 #include "common/json_writer.h"
 #include "profiles/drive_sizes.h"
 #include "storage/drive_paths.h"
@@ -21,11 +22,6 @@
 namespace mirvok {
 
 namespace {
-
-struct code_name {
-    uint32_t code;
-    const char* name;
-};
 
 constexpr code_name reason_names[] = {{LEFT_OUT_DUPLICATE, "duplicate"},
                                       {LEFT_OUT_IDENTIFY_FAILED, "identify_failed"},
@@ -49,16 +45,6 @@ constexpr code_name warning_names[] = {{0x01, "spare_below_threshold"},
                                        {0x20, "persistent_memory_unreliable"},
                                        {0x40, "reserved_6"},
                                        {0x80, "reserved_7"}};
-
-template <size_t Count>
-const char* name_of(const code_name (&names)[Count], uint32_t code) {
-    for (const code_name& row : names) {
-        if (row.code == code) {
-            return row.name;
-        }
-    }
-    return nullptr;
-}
 
 void write_time(const char* key, time_t time) {
     char text[32];
@@ -290,7 +276,21 @@ void write_head(const char* operation, const bool* check, const _storage_lib* li
     write_controllers(lib);
 }
 
-void finish(const run_record& record) {
+// The whole report; `write_one` writes what a drive's object, by its index below `count`, holds.
+template <class WriteOne>
+void write_document(const char* operation, const bool* check, const _storage_lib* lib,
+                    const run_record& record, int status, uint32_t count, WriteOne write_one) {
+    if (report_file() == nullptr) {
+        return;
+    }
+    write_head(operation, check, lib, record, status);
+    json_open_array("drives");
+    for (uint32_t i = 0; i < count; ++i) {
+        json_open_object(nullptr);
+        write_one(i);
+        json_close();
+    }
+    json_close();
     write_left_out(record.left_out);
     json_close();
     close_report_file(json_end() == 0, record.profile_name);
@@ -312,59 +312,32 @@ void note_profile(run_record* record, const char* name, bool loaded, uint32_t re
 
 void write_report(const _find_program* program, const _storage_lib* lib, const run_record& record,
                   int status) {
-    if (report_file() == nullptr) {
-        return;
-    }
-    write_head("find", nullptr, lib, record, status);
-    json_open_array("drives");
-    for (uint32_t i = 0; i < program->drive_count; ++i) {
+    write_document("find", nullptr, lib, record, status, program->drive_count, [program](uint32_t i) {
         const drive& slot = program->drives[i];
-        json_open_object(nullptr);
         write_drive(slot.pd, i + 1, slot.match, slot.record);
         json_null("flash");
         json_null("smart");
-        json_close();
-    }
-    json_close();
-    finish(record);
+    });
 }
 
 void write_report(const flash* program, const _storage_lib* lib, const run_record& record, int status) {
-    if (report_file() == nullptr) {
-        return;
-    }
     const bool check = program->check != 0;
-    write_head("flash", &check, lib, record, status);
-    json_open_array("drives");
-    for (uint32_t i = 0; i < program->drive_count; ++i) {
+    write_document("flash", &check, lib, record, status, program->drive_count, [program](uint32_t i) {
         const drive& slot = program->drives[i];
-        json_open_object(nullptr);
         write_drive(slot.pd, i + 1, slot.match, slot.record);
         write_flash_result(slot);
         json_null("smart");
-        json_close();
-    }
-    json_close();
-    finish(record);
+    });
 }
 
 void write_report(const _smart_program* program, const _storage_lib* lib, const run_record& record,
                   int status) {
-    if (report_file() == nullptr) {
-        return;
-    }
-    write_head("smart", nullptr, lib, record, status);
-    json_open_array("drives");
-    for (uint32_t i = 0; i < program->total_count; ++i) {
+    write_document("smart", nullptr, lib, record, status, program->total_count, [program](uint32_t i) {
         const _smart_drive& reported = program->drives[i];
-        json_open_object(nullptr);
         write_drive(reported.pd, i + 1, reported.match, nullptr);
         json_null("flash");
         write_smart_result(reported);
-        json_close();
-    }
-    json_close();
-    finish(record);
+    });
 }
 
 }  // namespace mirvok
